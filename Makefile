@@ -1,0 +1,33 @@
+# Two builds: release (-O3, LTO) and sanitize (AddressSanitizer + UBSan,
+# assertions and the make/unmake invariant check on). `make test` runs the
+# whole suite against both.
+BUILD   ?= build
+JOBS    ?= $(shell nproc 2>/dev/null || echo 2)
+RELEASE := $(BUILD)/release
+SANITIZE := $(BUILD)/sanitize
+
+.PHONY: all run test release sanitize bench-perft clean
+
+all: release
+
+release:
+	cmake -S . -B $(RELEASE) -DCMAKE_BUILD_TYPE=Release >/dev/null
+	cmake --build $(RELEASE) -j $(JOBS)
+
+sanitize:
+	cmake -S . -B $(SANITIZE) -DCMAKE_BUILD_TYPE=Debug -DVELKOR_SANITIZE=ON >/dev/null
+	cmake --build $(SANITIZE) -j $(JOBS)
+
+run: release
+	@$(RELEASE)/velkor
+
+test: release sanitize
+	cd $(RELEASE) && ctest --output-on-failure -j $(JOBS)
+	cd $(SANITIZE) && ctest --output-on-failure -j $(JOBS)
+
+# Perft speed against Debian's stockfish on the same machine.
+bench-perft: release
+	bash bench/perft.sh $(RELEASE)/velkor
+
+clean:
+	rm -rf $(BUILD)

@@ -1,0 +1,94 @@
+#include "engine/engine.h"
+
+namespace velkor {
+
+namespace {
+
+constexpr bitboard NOT_H_FILE = 0x7f7f7f7f7f7f7f7fULL;
+constexpr bitboard NOT_A_FILE = 0xfefefefefefefefeULL;
+
+// Attacks of one side under the present occupancy; pawns go by two shifts of the whole set.
+void side_attacks(side_t& side) {
+    const bitboard occupied = board.occupied;
+    const bitboard p = side.pieces[PAWN];
+    side.attacks[PAWN] = side.is_white ? ((p << 7) & NOT_H_FILE) | ((p << 9) & NOT_A_FILE)
+                                       : ((p >> 9) & NOT_H_FILE) | ((p >> 7) & NOT_A_FILE);
+    bitboard a = 0;
+    for (bitboard b = side.pieces[KNIGHT]; b;) a |= knight_attacks[pop_square(b)];
+    side.attacks[KNIGHT] = a;
+    a = 0;
+    for (bitboard b = side.pieces[BISHOP]; b;) a |= bishop_attacks(occupied, pop_square(b));
+    side.attacks[BISHOP] = a;
+    a = 0;
+    for (bitboard b = side.pieces[ROOK]; b;) a |= rook_attacks(occupied, pop_square(b));
+    side.attacks[ROOK] = a;
+    a = 0;
+    for (bitboard b = side.pieces[QUEEN]; b;) a |= queen_attacks(occupied, pop_square(b));
+    side.attacks[QUEEN] = a;
+    side.attacks[KING] = king_attacks[lowest_square(side.pieces[KING])];
+    side.attacks[0] = side.attacks[PAWN] | side.attacks[KNIGHT] | side.attacks[BISHOP] | side.attacks[ROOK] |
+                      side.attacks[QUEEN] | side.attacks[KING];
+}
+
+// Squares from which each piece type hits the king, read backwards from the king.
+void king_lines(side_t& side) {
+    const int k = lowest_square(side.pieces[KING]);
+    side.check_squares[PAWN] = side.is_white ? white_pawn_attacks[k] : black_pawn_attacks[k];
+    side.check_squares[KNIGHT] = knight_attacks[k];
+    side.check_squares[BISHOP] = bishop_attacks(board.occupied, k);
+    side.check_squares[ROOK] = rook_attacks(board.occupied, k);
+    side.check_squares[QUEEN] = side.check_squares[BISHOP] | side.check_squares[ROOK];
+    side.check_squares[KING] = 0;
+}
+
+// The squares between `side`'s king and the enemy sliders aimed at it: seen
+// from both ends. A slider with nothing between adds the empty stretch, one
+// with a single piece between adds that piece's square.
+bitboard between_set(const side_t& side) {
+    const side_t& enemy = *side.opponent;
+    const int k = lowest_square(side.pieces[KING]);
+    bitboard between = 0;
+    for (bitboard b = (enemy.pieces[ROOK] | enemy.pieces[QUEEN]) & rook_rays[k]; b;)
+        between |= rook_attacks(board.occupied, pop_square(b)) & side.check_squares[ROOK];
+    for (bitboard b = (enemy.pieces[BISHOP] | enemy.pieces[QUEEN]) & bishop_rays[k]; b;)
+        between |= bishop_attacks(board.occupied, pop_square(b)) & side.check_squares[BISHOP];
+    return between;
+}
+
+void checks_and_pins(side_t& side, bitboard own_between, bitboard enemy_between) {
+    const side_t& enemy = *side.opponent;
+    bitboard checkers = 0;
+    for (int piece = PAWN; piece <= QUEEN; ++piece) checkers |= side.check_squares[piece] & enemy.pieces[piece];
+    side.checkers = checkers;
+    side.pinned = side.pieces[0] & own_between;
+    side.discoverers = side.pieces[0] & enemy_between;
+    side.evasions = popcount(checkers) == 1 ? (own_between & ~board.occupied) | checkers : ~bitboard(0);
+}
+
+}  // namespace
+
+void update_attacks() {
+    side_attacks(white);
+    side_attacks(black);
+}
+
+void update_checks() {
+    king_lines(white);
+    king_lines(black);
+    const bitboard white_between = between_set(white), black_between = between_set(black);
+    checks_and_pins(white, white_between, black_between);
+    checks_and_pins(black, black_between, white_between);
+}
+
+bool attacked_by(const side_t& by, bitboard occupied, int square, bool target_white) {
+    if ((target_white ? white_pawn_attacks[square] : black_pawn_attacks[square]) & by.pieces[PAWN]) return true;
+    if (knight_attacks[square] & by.pieces[KNIGHT]) return true;
+    if (rook_attacks(occupied, square) & (by.pieces[ROOK] | by.pieces[QUEEN])) return true;
+    return (bishop_attacks(occupied, square) & (by.pieces[BISHOP] | by.pieces[QUEEN])) != 0;
+}
+
+int is_king_attacked(const side_t* side) {
+    return attacked_by(*side->opponent, board.occupied, lowest_square(side->pieces[KING]), side->is_white != 0);
+}
+
+}  // namespace velkor

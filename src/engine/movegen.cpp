@@ -1,0 +1,195 @@
+#include <cassert>
+
+#include "engine/engine.h"
+
+namespace velkor {
+
+move_t move_lists[MAX_DEPTH][MAX_MOVES];
+
+namespace {
+
+constexpr bitboard RANK_2 = 0xFF00ULL;
+constexpr bitboard RANK_7 = 0xFF000000000000ULL;
+
+// The type of whatever stands on the square, tested in order PAWN..KING.
+inline int piece_on(bitboard square) {
+    for (int piece = PAWN; piece < KING; ++piece)
+        if ((white.pieces[piece] | black.pieces[piece]) & square) return piece;
+    return KING;
+}
+
+// Three squares on one rank, file or diagonal.
+inline bool on_line(int a, int b, int c) { return (line_bits[a] & line_bits[b] & line_bits[c]) != 0; }
+
+// Everything one call needs, gathered once.
+struct gen_t {
+    move_t* list;
+    int count;
+    const side_t* side;
+    const side_t* enemy;
+    int king;        // our king's square
+    int enemy_king;  // theirs
+    bitboard occupied;
+};
+
+// Turns the targets of one piece into complete words: pins, captures, direct
+// and discovered checks.
+inline void build(gen_t& g, int piece, int from, bitboard targets) {
+    const bitboard from_bit = square_bit(from);
+    const bool pinned = g.side->pinned & from_bit;
+    const bool discoverer = g.side->discoverers & from_bit;
+    const bitboard checks = g.enemy->check_squares[piece];
+    const move_t base = make_word(from, 0, piece);
+    while (targets) {
+        const int to = pop_square(targets);
+        if (pinned && !on_line(from, g.king, to)) continue;
+        move_t word = base | move_t(to);
+        const bitboard to_bit = square_bit(to);
+        if (g.occupied & to_bit) word |= move_t(piece_on(to_bit)) << 17;
+        if (checks & to_bit) word |= MOVE_CHECK;
+        if (discoverer && !on_line(from, g.enemy_king, to)) word |= MOVE_DISCOVERED;
+        g.list[g.count++] = word;
+    }
+}
+
+void castling_moves(gen_t& g) {
+    const bitboard c = board.states[board.ply].castling;
+    const int k = g.king;
+    if (!(c & square_bit(k))) return;
+    const bitboard free = ~(g.occupied | g.enemy->attacks[0]);
+    const bitboard enemy_king = square_bit(g.enemy_king);
+    const bitboard without_king = g.occupied ^ square_bit(k);
+    if ((c & square_bit(k + 3)) && (free & square_bit(k + 1)) && (free & square_bit(k + 2))) {
+        move_t word = make_word(k, k + 2, KING);
+        if (rook_attacks(without_king, k + 1) & enemy_king) word |= MOVE_CHECK;
+        g.list[g.count++] = word;
+    }
+    if ((c & square_bit(k - 4)) && (free & square_bit(k - 1)) && (free & square_bit(k - 2)) &&
+        !(g.occupied & square_bit(k - 3))) {
+        move_t word = make_word(k, k - 2, KING);
+        if (rook_attacks(without_king, k - 1) & enemy_king) word |= MOVE_CHECK;
+        g.list[g.count++] = word;
+    }
+}
+
+void promotions(gen_t& g) {
+    const side_t& side = *g.side;
+    const bool white_side = side.is_white;
+    const bitboard enemy_king = square_bit(g.enemy_king);
+    for (bitboard pawns = side.pieces[PAWN] & (white_side ? RANK_7 : RANK_2); pawns;) {
+        const int from = pop_square(pawns);
+        bitboard targets = white_side ? (file_above[from] & ~g.occupied) | (white_pawn_attacks[from] & black.pieces[0])
+                                      : (file_below[from] & ~g.occupied) | (black_pawn_attacks[from] & white.pieces[0]);
+        targets &= side.evasions;
+        const bool pinned = side.pinned & square_bit(from);
+        const bool discoverer = side.discoverers & square_bit(from);
+        const bitboard o = g.occupied ^ square_bit(from);
+        while (targets) {
+            const int to = pop_square(targets);
+            if (pinned && !on_line(from, g.king, to)) continue;
+            move_t word = make_word(from, to, PAWN);
+            if (g.occupied & square_bit(to)) word |= move_t(piece_on(square_bit(to))) << 17;
+            if (discoverer && !on_line(from, g.enemy_king, to)) word |= MOVE_DISCOVERED;
+            const bitboard rook = rook_attacks(o, to), bishop = bishop_attacks(o, to);
+            g.list[g.count++] = word | move_t(QUEEN) << 20 | ((rook | bishop) & enemy_king ? MOVE_CHECK : 0);
+            g.list[g.count++] = word | move_t(ROOK) << 20 | (rook & enemy_king ? MOVE_CHECK : 0);
+            g.list[g.count++] = word | move_t(BISHOP) << 20 | (bishop & enemy_king ? MOVE_CHECK : 0);
+            g.list[g.count++] = word | move_t(KNIGHT) << 20 | (knight_attacks[to] & enemy_king ? MOVE_CHECK : 0);
+        }
+    }
+}
+
+// En passant lifts two pawns off their lines at once, so it is tried on the board.
+void en_passant_captures(gen_t& g) {
+    const bitboard p = board.states[board.ply].en_passant;
+    if (!p) return;
+    const int to = lowest_square(p);
+    bitboard candidates = g.side->pieces[PAWN] & (g.side->is_white ? black_pawn_attacks[to] : white_pawn_attacks[to]);
+    while (candidates) {
+        move_t word = make_word(pop_square(candidates), to, PAWN, PAWN);
+        make_move(word);
+        const bool illegal = is_king_attacked(board.turn->opponent);
+        if (is_king_attacked(board.turn)) word |= MOVE_CHECK | MOVE_DISCOVERED;
+        unmake_move(word);
+        if (!illegal) g.list[g.count++] = word;
+    }
+}
+
+void pawn_moves(gen_t& g, bitboard target) {
+    const side_t& side = *g.side;
+    const bool white_side = side.is_white;
+    for (bitboard pawns = side.pieces[PAWN] & ~(white_side ? RANK_7 : RANK_2); pawns;) {
+        const int from = pop_square(pawns);
+        const int one = white_side ? from + 8 : from - 8;
+        bitboard set = 0;
+        if (!(g.occupied & square_bit(one))) {
+            set = square_bit(one);
+            const int two = white_side ? one + 8 : one - 8;
+            if (rank_of(one) == (white_side ? 2 : 5) && !(g.occupied & square_bit(two))) set |= square_bit(two);
+        }
+        set |= (white_side ? white_pawn_attacks[from] : black_pawn_attacks[from]) & g.occupied;
+        build(g, PAWN, from, set & target);
+    }
+}
+
+void piece_moves(gen_t& g, bitboard target) {
+    const side_t& side = *g.side;
+    for (bitboard b = side.pieces[KNIGHT]; b;) {
+        const int from = pop_square(b);
+        build(g, KNIGHT, from, knight_attacks[from] & target);
+    }
+    for (bitboard b = side.pieces[BISHOP]; b;) {
+        const int from = pop_square(b);
+        build(g, BISHOP, from, bishop_attacks(g.occupied, from) & target);
+    }
+    for (bitboard b = side.pieces[ROOK]; b;) {
+        const int from = pop_square(b);
+        build(g, ROOK, from, rook_attacks(g.occupied, from) & target);
+    }
+    for (bitboard b = side.pieces[QUEEN]; b;) {
+        const int from = pop_square(b);
+        build(g, QUEEN, from, queen_attacks(g.occupied, from) & target);
+    }
+}
+
+// The king may not step onto an attacked square, nor back along a checking ray.
+void king_moves(gen_t& g, bitboard target) {
+    const side_t& enemy = *g.enemy;
+    bitboard danger = enemy.attacks[0];
+    if (g.side->checkers) {
+        const bitboard o = g.occupied ^ square_bit(g.king);
+        for (bitboard b = g.side->checkers; b;) {
+            const int s = pop_square(b);
+            if ((enemy.pieces[ROOK] | enemy.pieces[QUEEN]) & square_bit(s)) danger |= rook_attacks(o, s);
+            if ((enemy.pieces[BISHOP] | enemy.pieces[QUEEN]) & square_bit(s)) danger |= bishop_attacks(o, s);
+        }
+    }
+    build(g, KING, g.king, king_attacks[g.king] & target & ~danger);
+}
+
+}  // namespace
+
+int generate_moves(int ply, uint32_t mode) {
+    assert(ply < MAX_DEPTH && "depth < MAX_DEPTH");
+    gen_t g;
+    g.list = move_lists[ply];
+    g.count = 0;
+    g.side = board.turn;
+    g.enemy = board.turn->opponent;
+    g.king = lowest_square(g.side->pieces[KING]);
+    g.enemy_king = lowest_square(g.enemy->pieces[KING]);
+    g.occupied = board.occupied;
+    const bitboard target = mode == GENERATE_ALL ? ~g.side->pieces[0] : g.enemy->pieces[0];
+
+    if (mode == GENERATE_ALL && !g.side->checkers) castling_moves(g);
+    if (popcount(g.side->checkers) < 2) {
+        promotions(g);
+        en_passant_captures(g);
+        pawn_moves(g, target & g.side->evasions);
+        piece_moves(g, target & g.side->evasions);
+    }
+    king_moves(g, target);
+    return g.count;
+}
+
+}  // namespace velkor

@@ -1,0 +1,33 @@
+// Attack maps, checks and pins; the strictly legal move generator; perft.
+#pragma once
+
+#include "engine/position.h"
+
+namespace velkor {
+
+// One list per search ply; the caller keeps the count that generate_moves returns.
+extern move_t move_lists[MAX_DEPTH][MAX_MOVES];
+
+// Recompute the derived fields of both sides. Whoever generates moves or
+// evaluates calls update_checks and then update_attacks first.
+void update_attacks();
+void update_checks();
+
+// Whether a piece of `by` other than its king attacks the square, on the
+// given occupancy; `target_white` is the colour of the side standing there.
+bool attacked_by(const side_t& by, bitboard occupied, int square, bool target_white);
+
+// 1 if the side's king is attacked on the present board, else 0. Valid right
+// after make_move, unlike the derived fields.
+int is_king_attacked(const side_t* side);
+
+// Fills move_lists[ply] with complete, strictly legal words in the fixed
+// order and returns how many there are.
+int generate_moves(int ply, uint32_t mode);
+
+// Leaf count of the legal move tree below the current position, with a line
+// per root move and a closing line with time and speed.
+uint64_t perft(int depth);
+uint64_t perft_count(int ply, int last);
+
+}  // namespace velkor

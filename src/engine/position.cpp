@@ -1,0 +1,267 @@
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "engine/engine.h"
+
+namespace velkor {
+
+side_t white;
+side_t black;
+board_t board;
+
+namespace {
+
+// The six fields of a FEN text, as split from it.
+struct fen_t {
+    char placement[8192];
+    char side[8192];
+    char castling[8192];
+    char en_passant[8192];
+    char halfmove[8192];
+    char fullmove[8192];
+};
+
+fen_t fen;
+
+constexpr const char* piece_letters[2] = {"pnbrqk", "PNBRQK"};  // black, white
+
+// Cuts the text at blanks into at most six fields and returns how many were
+// found. Four fields leave the counters at "0" and "1".
+int split_fen(const char* text, fen_t& out) {
+    char* fields[6] = {out.placement, out.side, out.castling, out.en_passant, out.halfmove, out.fullmove};
+    int section = 0;
+    const char* p = text;
+    while (section < 6) {
+        while (*p == ' ') ++p;
+        if (*p == '\0') break;
+        size_t len = strcspn(p, " ");
+        if (len > 8191) len = 8191;  // the command line is shorter than this anyway
+        memcpy(fields[section], p, len);
+        fields[section][len] = '\0';
+        p += len;
+        ++section;
+    }
+    if (section == 4) {
+        strcpy(out.halfmove, "0");
+        strcpy(out.fullmove, "1");
+    }
+    return section;
+}
+
+void reset_side(side_t& side, bool is_white) {
+    side = side_t{};
+    side.is_white = is_white ? 1 : 0;
+    for (int piece = PAWN; piece <= KING; ++piece) side.key_base[piece] = 128 * (piece - 1) + (is_white ? 64 : 0);
+}
+
+// Walks the placement field from a8 and sets the piece bits of both sides.
+// Returns nullptr or the reason the field is unusable.
+const char* place_pieces(const char* placement, side_t& w, side_t& b) {
+    static char reason[64];
+    int rank = 7, file = 0;
+    bool fits = true;
+    for (const char* c = placement; *c && fits; ++c) {
+        if (*c == '/') {
+            fits = file == 8 && rank > 0;
+            --rank;
+            file = 0;
+        } else if (*c >= '1' && *c <= '8') {
+            file += *c - '0';
+            fits = file <= 8;
+        } else {
+            const char* black_hit = strchr(piece_letters[0], *c);
+            const char* white_hit = strchr(piece_letters[1], *c);
+            if (black_hit == nullptr && white_hit == nullptr) {
+                snprintf(reason, sizeof reason, "'%c' is neither a piece nor a digit", *c);
+                return reason;
+            }
+            fits = file < 8;
+            if (fits && white_hit) w.pieces[white_hit - piece_letters[1] + 1] |= square_bit(8 * rank + file);
+            if (fits && black_hit) b.pieces[black_hit - piece_letters[0] + 1] |= square_bit(8 * rank + file);
+            ++file;
+        }
+    }
+    if (!fits || rank != 0 || file != 8) return "the placement does not hold 8 ranks of 8 squares";
+    for (side_t* side : {&w, &b})
+        for (int piece = PAWN; piece <= KING; ++piece) side->pieces[0] |= side->pieces[piece];
+    return nullptr;
+}
+
+// The rights of the castling field whose king and rook stand at home.
+bitboard castling_rights(const char* field) {
+    struct right_t {
+        char letter;
+        bitboard squares;
+        const side_t* side;
+    };
+    const right_t rights[4] = {{'K', CASTLE_WHITE_SHORT, &white},
+                               {'Q', CASTLE_WHITE_LONG, &white},
+                               {'k', CASTLE_BLACK_SHORT, &black},
+                               {'q', CASTLE_BLACK_LONG, &black}};
+    bitboard word = 0;
+    for (const right_t& r : rights) {
+        bitboard king_home = r.squares & (r.side->is_white ? 0x10ULL : 0x1000000000000000ULL);
+        bool pieces_home = (r.side->pieces[KING] & king_home) && (r.side->pieces[ROOK] & (r.squares & ~king_home));
+        if (strchr(field, r.letter) && pieces_home) word |= r.squares;
+    }
+    return word;
+}
+
+// The square of a two-character en-passant field, or -1.
+int en_passant_square(const char* field) {
+    if (strlen(field) != 2 || field[0] < 'a' || field[0] > 'h' || (field[1] != '3' && field[1] != '6')) return -1;
+    return field[0] - 'a' + 8 * (field[1] - '1');
+}
+
+}  // namespace
+
+uint64_t position_key() {
+    uint64_t key = 0;
+    for (const side_t* side : {&white, &black})
+        for (int piece = PAWN; piece <= KING; ++piece)
+            for (bitboard b = side->pieces[piece]; b;) key ^= piece_key(*side, piece, pop_square(b));
+    const state_t& s = board.states[board.ply];
+    key ^= castling_key(s.castling);
+    if (s.en_passant) key ^= en_passant_key(s.en_passant);
+    if (board.turn == &white) key ^= SIDE_KEY;
+    return key;
+}
+
+bool is_draw() {
+    if (popcount(board.occupied) == 2) return true;
+    const state_t* states = board.states;
+    if (states[board.ply].rule50 > 99) return true;
+    const uint64_t key = states[board.ply].key;
+    int found = 1;
+    for (int i = board.ply - 1; i >= 0; --i) {
+        if (states[i].rule50 >= states[i + 1].rule50) return false;
+        if (states[i].key == key) {
+            if (found == 2) return true;
+            found = 2;
+        }
+    }
+    return false;
+}
+
+const char* fen_error(const char* text) {
+    static fen_t scratch;
+    static char reason[160];
+    int sections = split_fen(text, scratch);
+    if (sections < 4) return "fewer than four fields";
+    if (sections == 5) return "five fields; the half-move and move counters come together or not at all";
+
+    side_t w, b;
+    reset_side(w, true);
+    reset_side(b, false);
+    w.opponent = &b;
+    b.opponent = &w;
+    if (const char* bad = place_pieces(scratch.placement, w, b)) return bad;
+    const bitboard occupied = w.pieces[0] | b.pieces[0];
+    for (const side_t* side : {&w, &b}) {
+        const char* name = side->is_white ? "white" : "black";
+        if (popcount(side->pieces[KING]) != 1) {
+            snprintf(reason, sizeof reason, "%s has %d kings, not one", name, popcount(side->pieces[KING]));
+            return reason;
+        }
+        if (popcount(side->pieces[0]) > 16) {
+            snprintf(reason, sizeof reason, "%s has more than 16 men", name);
+            return reason;
+        }
+    }
+    if ((w.pieces[PAWN] | b.pieces[PAWN]) & 0xFF000000000000FFULL) return "a pawn stands on the first or last rank";
+
+    const bool white_to_move = scratch.side[0] == 'w';
+    const side_t& waiting = white_to_move ? b : w;
+    const int waiting_king = lowest_square(waiting.pieces[KING]);
+    if (attacked_by(*waiting.opponent, occupied, waiting_king, waiting.is_white != 0) ||
+        (king_attacks[waiting_king] & waiting.opponent->pieces[KING]))
+        return "the side not to move is in check";
+
+    if (strlen(scratch.en_passant) == 2) {
+        int ep = en_passant_square(scratch.en_passant);
+        if (ep < 0) {
+            snprintf(reason, sizeof reason, "en passant field '%.40s' is not a square of rank 3 or 6",
+                     scratch.en_passant);
+            return reason;
+        }
+        // The pawn that just moved two squares stands in front of the square,
+        // and the square and the one it came from are empty.
+        const bool rank6 = rank_of(ep) == 5;
+        const int pawn = rank6 ? ep - 8 : ep + 8, origin = rank6 ? ep + 8 : ep - 8;
+        const side_t& pusher = rank6 ? b : w;
+        if (rank6 != white_to_move || !(pusher.pieces[PAWN] & square_bit(pawn)) ||
+            (occupied & (square_bit(ep) | square_bit(origin)))) {
+            snprintf(reason, sizeof reason, "en passant square %.2s does not follow a double push",
+                     scratch.en_passant);
+            return reason;
+        }
+    }
+
+    int halfmove = 0;
+    if (!scan_int(scratch.halfmove, &halfmove)) {
+        snprintf(reason, sizeof reason, "half-move field '%.40s' is not a number", scratch.halfmove);
+        return reason;
+    }
+    if (halfmove < 0 || halfmove > 1000000) {
+        snprintf(reason, sizeof reason, "half-move count %d is not between 0 and 1000000", halfmove);
+        return reason;
+    }
+    return nullptr;
+}
+
+void set_fen(const char* text) {
+    split_fen(text, fen);
+    memset(&board, 0, sizeof board);
+    reset_side(black, false);
+    reset_side(white, true);
+    white.opponent = &black;
+    black.opponent = &white;
+    place_pieces(fen.placement, white, black);
+    for (side_t* side : {&white, &black})
+        for (int piece = PAWN; piece <= KING; ++piece) {
+            int value = piece_value[piece] * popcount(side->pieces[piece]);
+            side->material += value;
+            if (piece != PAWN) side->piece_material += value;
+        }
+    board.occupied = white.pieces[0] | black.pieces[0];
+    board.turn = fen.side[0] == 'w' ? &white : &black;
+
+    state_t& s = board.states[0];
+    s.castling = castling_rights(fen.castling);
+    int ep = en_passant_square(fen.en_passant);
+    s.en_passant = ep < 0 ? 0 : square_bit(ep);
+    int draw = 0;
+    scan_int(fen.halfmove, &draw);
+    s.rule50 = draw;
+    s.key = position_key();
+}
+
+void set_startpos() { set_fen(START_FEN); }
+
+void check_position_invariants() {
+    auto fail = [](const char* what) {
+        fprintf(stderr, "position invariant broken: %s\n", what);
+        abort();
+    };
+    bitboard seen = 0;
+    for (const side_t* side : {&white, &black}) {
+        bitboard all = 0;
+        int material = 0, piece_material = 0;
+        for (int piece = PAWN; piece <= KING; ++piece) {
+            if (side->pieces[piece] & seen) fail("two pieces on one square");
+            seen |= side->pieces[piece];
+            all |= side->pieces[piece];
+            int value = piece_value[piece] * popcount(side->pieces[piece]);
+            material += value;
+            if (piece != PAWN) piece_material += value;
+        }
+        if (all != side->pieces[0]) fail("pieces[0] is not the union of the piece sets");
+        if (popcount(side->pieces[KING]) != 1) fail("a side without exactly one king");
+        if (material != side->material || piece_material != side->piece_material) fail("material");
+    }
+    if (board.occupied != (white.pieces[0] | black.pieces[0])) fail("occupied");
+    if (board.states[board.ply].key != position_key()) fail("key differs from a recompute");
+}
+
+}  // namespace velkor

@@ -1,0 +1,71 @@
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "protocol/protocol.h"
+
+namespace velkor {
+
+char input_line[INPUT_SIZE];
+
+namespace {
+
+char buffer[65536];
+size_t buffer_pos = 0, buffer_len = 0;
+bool input_ended = false;
+
+// The next byte of standard input, or EOF once it has ended.
+int next_byte() {
+    if (buffer_pos == buffer_len) {
+        if (input_ended) return EOF;
+        ssize_t n;
+        do n = read(0, buffer, sizeof buffer);
+        while (n < 0 && errno == EINTR);
+        if (n <= 0) {
+            input_ended = true;
+            return EOF;
+        }
+        buffer_pos = 0;
+        buffer_len = size_t(n);
+    }
+    return static_cast<unsigned char>(buffer[buffer_pos++]);
+}
+
+}  // namespace
+
+bool read_line() {
+    for (;;) {
+        int length = 0, blanks = 0, c = 0;
+        while ((c = next_byte()) != EOF && c != '\n') {
+            if (c == ' ' || c == '\t') {
+                if (length == 0 || ++blanks > 1) continue;
+                c = ' ';
+            } else {
+                blanks = 0;
+            }
+            input_line[length++] = char(c);
+            if (length == INPUT_SIZE - 1) {
+                printf("info buffer Warning: input is too long and will be truncated (max = %i bytes)\n", INPUT_SIZE);
+                while ((c = next_byte()) != EOF && c != '\n') {
+                }
+                break;
+            }
+        }
+        input_line[length] = '\0';
+        if (length > 0 && input_line[length - 1] == ' ') input_line[--length] = '\0';
+        if (length > 0) return true;
+        if (c == EOF) return false;  // an empty line is no command; read on unless input has ended
+    }
+}
+
+size_t input_pending() {
+    if (buffer_pos < buffer_len) return buffer_len - buffer_pos;
+    if (input_ended) return 0;
+    int waiting = 0;
+    if (ioctl(0, FIONREAD, &waiting) != 0 || waiting < 0) return 0;
+    return size_t(waiting);
+}
+
+}  // namespace velkor

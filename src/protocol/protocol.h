@@ -1,0 +1,28 @@
+// The UCI front end: start-up, the line reader and the command loop.
+#pragma once
+
+#include <cstddef>
+
+namespace velkor {
+
+inline constexpr const char* ENGINE_NAME = "Velkor 0.3.0 x64 (popcnt)";
+inline constexpr int INPUT_SIZE = 8192;
+
+// The current command, rewritten by each read_line.
+extern char input_line[INPUT_SIZE];
+
+// Reads the next non-empty line into input_line with blanks and TABs folded.
+// Returns false once the input has ended with no line left to hand out.
+bool read_line();
+
+// Bytes of input that are waiting: taken from the system and not yet handed
+// out, or still queued on standard input.
+size_t input_pending();
+
+// Clears what lives for one search.
+void reset_search();
+
+// Start-up and the command loop; returns the process's exit status.
+int run_engine(int argc, char** argv);
+
+}  // namespace velkor
