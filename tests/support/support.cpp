@@ -1,0 +1,124 @@
+#include "support/support.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+
+#include "engine/engine.h"
+
+namespace velkor::test {
+
+void load(const char* fen) {
+    if (const char* reason = fen_error(fen)) throw std::runtime_error(std::string("bad test FEN: ") + reason);
+    set_fen(fen);
+}
+
+std::string capture_stdout(const std::function<void()>& fn) {
+    fflush(stdout);
+    char path[] = "/tmp/velkor-capture-XXXXXX";
+    int fd = mkstemp(path);
+    int saved = dup(1);
+    dup2(fd, 1);
+    fn();
+    fflush(stdout);
+    dup2(saved, 1);
+    close(saved);
+    std::string text;
+    lseek(fd, 0, SEEK_SET);
+    char chunk[4096];
+    for (ssize_t n; (n = read(fd, chunk, sizeof chunk)) > 0;) text.append(chunk, size_t(n));
+    close(fd);
+    unlink(path);
+    return text;
+}
+
+std::vector<std::string> generated(unsigned mode) {
+    update_checks();
+    update_attacks();
+    const int n = generate_moves(0, mode);
+    std::vector<std::string> moves;
+    for (int i = 0; i < n; ++i) moves.push_back(capture_stdout([&] { print_move(move_lists[0][i]); }));
+    return moves;
+}
+
+process_result run_engine_process(const std::string& input, const std::vector<std::string>& args,
+                                  int timeout_seconds) {
+    int to_child[2], from_child[2];
+    if (pipe(to_child) != 0 || pipe(from_child) != 0) throw std::runtime_error("pipe");
+    pid_t pid = fork();
+    if (pid == 0) {
+        dup2(to_child[0], 0);
+        dup2(from_child[1], 1);
+        close(to_child[0]);
+        close(to_child[1]);
+        close(from_child[0]);
+        close(from_child[1]);
+        std::vector<char*> argv{const_cast<char*>(VELKOR_BINARY)};
+        for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+        argv.push_back(nullptr);
+        execv(VELKOR_BINARY, argv.data());
+        _exit(127);
+    }
+    close(to_child[0]);
+    close(from_child[1]);
+    signal(SIGPIPE, SIG_IGN);
+    fcntl(to_child[1], F_SETFL, O_NONBLOCK);
+
+    process_result result;
+    size_t written = 0;
+    int in_fd = to_child[1];
+    if (input.empty()) {
+        close(in_fd);
+        in_fd = -1;
+    }
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeout_seconds);
+    for (;;) {
+        pollfd fds[2] = {{from_child[0], POLLIN, 0}, {in_fd, POLLOUT, 0}};
+        const int left = int(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                 deadline - std::chrono::steady_clock::now()).count());
+        if (left <= 0) {
+            result.timed_out = true;
+            kill(pid, SIGKILL);
+            break;
+        }
+        poll(fds, in_fd >= 0 ? 2 : 1, left);
+        if (in_fd >= 0 && (fds[1].revents & (POLLOUT | POLLERR | POLLHUP))) {
+            ssize_t n = write(in_fd, input.data() + written, input.size() - written);
+            if (n > 0) written += size_t(n);
+            if (n < 0 || written == input.size()) {
+                close(in_fd);
+                in_fd = -1;
+            }
+        }
+        if (fds[0].revents & (POLLIN | POLLHUP)) {
+            char chunk[65536];
+            ssize_t n = read(from_child[0], chunk, sizeof chunk);
+            if (n <= 0) break;
+            result.out.append(chunk, size_t(n));
+        }
+    }
+    if (in_fd >= 0) close(in_fd);
+    close(from_child[0]);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return result;
+}
+
+std::vector<std::string> split_lines(const std::string& text) {
+    std::vector<std::string> lines;
+    size_t start = 0;
+    for (size_t nl; (nl = text.find('\n', start)) != std::string::npos; start = nl + 1)
+        lines.push_back(text.substr(start, nl - start));
+    if (start < text.size()) lines.push_back(text.substr(start));
+    return lines;
+}
+
+}  // namespace velkor::test
