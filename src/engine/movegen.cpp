@@ -21,25 +21,46 @@ inline int piece_on(bitboard square) {
 // Three squares on one rank, file or diagonal.
 inline bool on_line(int a, int b, int c) { return (line_bits[a] & line_bits[b] & line_bits[c]) != 0; }
 
-// Everything one call needs, gathered once.
+// Everything one call needs, gathered once. Words are appended at `end`;
+// loops copy it to a local cursor, since a store of a word may otherwise be
+// taken to change the fields read next. A counting pass (perft's last level)
+// only counts: the words it would build are never looked at.
+template <bool Count>
 struct gen_t {
-    move_t* list;
+    move_t* end;
     int count;
     const side_t* side;
     const side_t* enemy;
     int king;        // our king's square
     int enemy_king;  // theirs
     bitboard occupied;
+
+    void add(move_t word) {
+        if constexpr (Count)
+            ++count;
+        else
+            *end++ = word;
+    }
 };
 
 // Turns the targets of one piece into complete words: pins, captures, direct
 // and discovered checks.
-inline void build(gen_t& g, int piece, int from, bitboard targets) {
+template <bool Count>
+inline void build(gen_t<Count>& g, int piece, int from, bitboard targets) {
     const bitboard from_bit = square_bit(from);
     const bool pinned = g.side->pinned & from_bit;
+    if constexpr (Count) {
+        if (!pinned) {
+            g.count += popcount(targets);
+        } else {
+            while (targets) g.count += on_line(from, g.king, pop_square(targets));
+        }
+        return;
+    }
     const bool discoverer = g.side->discoverers & from_bit;
     const bitboard checks = g.enemy->check_squares[piece];
     const move_t base = make_word(from, 0, piece);
+    move_t* out = g.end;
     while (targets) {
         const int to = pop_square(targets);
         if (pinned && !on_line(from, g.king, to)) continue;
@@ -48,11 +69,13 @@ inline void build(gen_t& g, int piece, int from, bitboard targets) {
         if (g.occupied & to_bit) word |= move_t(piece_on(to_bit)) << 17;
         if (checks & to_bit) word |= MOVE_CHECK;
         if (discoverer && !on_line(from, g.enemy_king, to)) word |= MOVE_DISCOVERED;
-        g.list[g.count++] = word;
+        *out++ = word;
     }
+    g.end = out;
 }
 
-void castling_moves(gen_t& g) {
+template <bool Count>
+void castling_moves(gen_t<Count>& g) {
     const bitboard c = board.states[board.ply].castling;
     const int k = g.king;
     if (!(c & square_bit(k))) return;
@@ -62,17 +85,18 @@ void castling_moves(gen_t& g) {
     if ((c & square_bit(k + 3)) && (free & square_bit(k + 1)) && (free & square_bit(k + 2))) {
         move_t word = make_word(k, k + 2, KING);
         if (rook_attacks(without_king, k + 1) & enemy_king) word |= MOVE_CHECK;
-        g.list[g.count++] = word;
+        g.add(word);
     }
     if ((c & square_bit(k - 4)) && (free & square_bit(k - 1)) && (free & square_bit(k - 2)) &&
         !(g.occupied & square_bit(k - 3))) {
         move_t word = make_word(k, k - 2, KING);
         if (rook_attacks(without_king, k - 1) & enemy_king) word |= MOVE_CHECK;
-        g.list[g.count++] = word;
+        g.add(word);
     }
 }
 
-void promotions(gen_t& g) {
+template <bool Count>
+void promotions(gen_t<Count>& g) {
     const side_t& side = *g.side;
     const bool white_side = side.is_white;
     const bitboard enemy_king = square_bit(g.enemy_king);
@@ -91,16 +115,17 @@ void promotions(gen_t& g) {
             if (g.occupied & square_bit(to)) word |= move_t(piece_on(square_bit(to))) << 17;
             if (discoverer && !on_line(from, g.enemy_king, to)) word |= MOVE_DISCOVERED;
             const bitboard rook = rook_attacks(o, to), bishop = bishop_attacks(o, to);
-            g.list[g.count++] = word | move_t(QUEEN) << 20 | ((rook | bishop) & enemy_king ? MOVE_CHECK : 0);
-            g.list[g.count++] = word | move_t(ROOK) << 20 | (rook & enemy_king ? MOVE_CHECK : 0);
-            g.list[g.count++] = word | move_t(BISHOP) << 20 | (bishop & enemy_king ? MOVE_CHECK : 0);
-            g.list[g.count++] = word | move_t(KNIGHT) << 20 | (knight_attacks[to] & enemy_king ? MOVE_CHECK : 0);
+            g.add(word | move_t(QUEEN) << 20 | ((rook | bishop) & enemy_king ? MOVE_CHECK : 0));
+            g.add(word | move_t(ROOK) << 20 | (rook & enemy_king ? MOVE_CHECK : 0));
+            g.add(word | move_t(BISHOP) << 20 | (bishop & enemy_king ? MOVE_CHECK : 0));
+            g.add(word | move_t(KNIGHT) << 20 | (knight_attacks[to] & enemy_king ? MOVE_CHECK : 0));
         }
     }
 }
 
 // En passant lifts two pawns off their lines at once, so it is tried on the board.
-void en_passant_captures(gen_t& g) {
+template <bool Count>
+void en_passant_captures(gen_t<Count>& g) {
     const bitboard p = board.states[board.ply].en_passant;
     if (!p) return;
     const int to = lowest_square(p);
@@ -111,11 +136,12 @@ void en_passant_captures(gen_t& g) {
         const bool illegal = is_king_attacked(board.turn->opponent);
         if (is_king_attacked(board.turn)) word |= MOVE_CHECK | MOVE_DISCOVERED;
         unmake_move(word);
-        if (!illegal) g.list[g.count++] = word;
+        if (!illegal) g.add(word);
     }
 }
 
-void pawn_moves(gen_t& g, bitboard target) {
+template <bool Count>
+void pawn_moves(gen_t<Count>& g, bitboard target) {
     const side_t& side = *g.side;
     const bool white_side = side.is_white;
     for (bitboard pawns = side.pieces[PAWN] & ~(white_side ? RANK_7 : RANK_2); pawns;) {
@@ -132,7 +158,8 @@ void pawn_moves(gen_t& g, bitboard target) {
     }
 }
 
-void piece_moves(gen_t& g, bitboard target) {
+template <bool Count>
+void piece_moves(gen_t<Count>& g, bitboard target) {
     const side_t& side = *g.side;
     for (bitboard b = side.pieces[KNIGHT]; b;) {
         const int from = pop_square(b);
@@ -153,7 +180,8 @@ void piece_moves(gen_t& g, bitboard target) {
 }
 
 // The king may not step onto an attacked square, nor back along a checking ray.
-void king_moves(gen_t& g, bitboard target) {
+template <bool Count>
+void king_moves(gen_t<Count>& g, bitboard target) {
     const side_t& enemy = *g.enemy;
     bitboard danger = enemy.attacks[0];
     if (g.side->checkers) {
@@ -167,12 +195,13 @@ void king_moves(gen_t& g, bitboard target) {
     build(g, KING, g.king, king_attacks[g.king] & target & ~danger);
 }
 
-}  // namespace
 
-int generate_moves(int ply, uint32_t mode) {
-    assert(ply < MAX_DEPTH && "depth < MAX_DEPTH");
-    gen_t g;
-    g.list = move_lists[ply];
+// The fixed order: castling, promotions, en passant, other pawn moves,
+// pieces, king. In double check only the king moves.
+template <bool Count>
+int generate(move_t* list, uint32_t mode) {
+    gen_t<Count> g;
+    g.end = list;
     g.count = 0;
     g.side = board.turn;
     g.enemy = board.turn->opponent;
@@ -189,7 +218,16 @@ int generate_moves(int ply, uint32_t mode) {
         piece_moves(g, target & g.side->evasions);
     }
     king_moves(g, target);
-    return g.count;
+    return Count ? g.count : int(g.end - list);
 }
+
+}  // namespace
+
+int generate_moves(int ply, uint32_t mode) {
+    assert(ply < MAX_DEPTH && "depth < MAX_DEPTH");
+    return generate<false>(move_lists[ply], mode);
+}
+
+int count_moves() { return generate<true>(nullptr, GENERATE_ALL); }
 
 }  // namespace velkor

@@ -25,6 +25,10 @@ int is_king_attacked(const side_t* side);
 // order and returns how many there are.
 int generate_moves(int ply, uint32_t mode);
 
+// How many moves generate_moves(ply, GENERATE_ALL) would list, without
+// writing them: perft counts its last level this way.
+int count_moves();
+
 // Leaf count of the legal move tree below the current position, with a line
 // per root move and a closing line with time and speed.
 uint64_t perft(int depth);

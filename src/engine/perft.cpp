@@ -5,12 +5,12 @@
 
 namespace velkor {
 
-// The last level is counted by the size of its list and never played.
+// The last level is counted, never played.
 uint64_t perft_count(int ply, int last) {
     update_checks();
     update_attacks();
+    if (ply == last) return uint64_t(count_moves());
     const int n = generate_moves(ply, GENERATE_ALL);
-    if (ply == last) return uint64_t(n);
     uint64_t total = 0;
     for (int i = 0; i < n; ++i) {
         const move_t w = move_lists[ply][i];
@@ -23,7 +23,7 @@ uint64_t perft_count(int ply, int last) {
 
 // Levels 0 and 1 are written out here so that each root move gets its line.
 uint64_t perft(int depth) {
-    const uint64_t start = clock_ms();
+    const uint64_t start = clock_us();
     update_checks();
     update_attacks();
     const int n = generate_moves(0, GENERATE_ALL);
@@ -58,8 +58,8 @@ uint64_t perft(int depth) {
             unmake_move(m);
         }
     }
-    const uint64_t ms = clock_ms() - start;
-    const uint64_t speed = ms == 0 ? 0 : total / ms * 1000;
+    const uint64_t ms = ms_since(start);
+    const uint64_t speed = speed_nps(total, ms);
     printf("%" PRIu64 " nodes in %" PRIu64 " ms, speed = %" PRIu64 " nodes/s\n", total, ms, speed);
     return total;
 }

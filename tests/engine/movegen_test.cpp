@@ -100,8 +100,8 @@ TEST(Generate, LastPlyListIsUsable) {
 }
 
 // Along random games: every move leaves the mover's king safe, a check bit is
-// set exactly when the move gives check, and the captures list is the full
-// list less quiet moves, in the same order.
+// set exactly when the move gives check, the captures list is the full list
+// less quiet moves, in the same order, and the counting pass agrees.
 TEST(Generate, WordsAreLegalAndCheckBitsExact) {
     const char* starts[] = {START_FEN, "r3k2r/p1ppqpb1/bn2pnp1/3PN3/1p2P3/2N2Q1p/PPPBBPPP/R3K2R w KQkq - 0 1",
                             "r3k2r/Pppp1ppp/1b3nbN/nP6/BBP1P3/q4N2/Pp1P2PP/R2Q1RK1 w kq - 0 1",
@@ -115,6 +115,7 @@ TEST(Generate, WordsAreLegalAndCheckBitsExact) {
                 update_checks();
                 update_attacks();
                 const int n = generate_moves(0, GENERATE_ALL);
+                ASSERT_EQ(count_moves(), n);
                 if (n == 0 || is_draw()) break;
                 if (!board.turn->checkers) {
                     std::vector<move_t> expected;

@@ -56,6 +56,11 @@ TEST(Perft, PrintsALinePerRootMove) {
     EXPECT_EQ(lines[3], "e7e8n: 1");
     // Mate at the root: an empty line at depth 1, the closing line alone deeper.
     test::load("R5k1/5ppp/8/8/8/8/8/6K1 b - - 0 1");
-    EXPECT_EQ(test::capture_stdout([] { perft(1); }), "\n0 nodes in 0 ms, speed = 0 nodes/s\n");
-    EXPECT_EQ(test::capture_stdout([] { perft(3); }), "0 nodes in 0 ms, speed = 0 nodes/s\n");
+    lines = test::split_lines(test::capture_stdout([] { perft(1); }));
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[0], "");
+    EXPECT_TRUE(lines[1].starts_with("0 nodes in ") && lines[1].ends_with(" ms, speed = 0 nodes/s")) << lines[1];
+    lines = test::split_lines(test::capture_stdout([] { perft(3); }));
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_TRUE(lines[0].starts_with("0 nodes in ")) << lines[0];
 }

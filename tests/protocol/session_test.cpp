@@ -1,0 +1,154 @@
+// Process-level sessions: the engine binary is fed whole transcripts on its
+// standard input and everything it prints is compared line by line.
+//
+// Transcript files (sessions/*.txt) hold sessions opened by "=== name".
+// "> text" is an input line ("\t" and "\r" stand for TAB and CR), "< text"
+// an expected output line in which "*" stands for one word of any
+// characters, and "exit N" the expected status (0 when absent). The two
+// start-up lines are expected before everything else.
+#include <gtest/gtest.h>
+
+#include <dirent.h>
+
+#include <algorithm>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "support/support.h"
+
+using velkor::test::run_engine_process;
+using velkor::test::split_lines;
+
+namespace {
+
+struct session_t {
+    std::string file, name, input;
+    std::vector<std::string> expected;
+    int status = 0;
+};
+
+std::string unescape(const std::string& text) {
+    std::string out;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '\\' && i + 1 < text.size() && (text[i + 1] == 't' || text[i + 1] == 'r')) {
+            out += text[++i] == 't' ? '\t' : '\r';
+        } else {
+            out += text[i];
+        }
+    }
+    return out;
+}
+
+// "*" matches a non-empty run of characters other than a blank.
+bool matches(const char* pattern, const char* text) {
+    if (*pattern == '\0') return *text == '\0';
+    if (*pattern == '*') {
+        for (const char* t = text; *t && *t != ' '; ++t)
+            if (matches(pattern + 1, t + 1)) return true;
+        return false;
+    }
+    return *pattern == *text && matches(pattern + 1, text + 1);
+}
+
+std::vector<session_t> load_sessions() {
+    std::vector<session_t> sessions;
+    const std::string dir = VELKOR_TEST_DATA "/../protocol/sessions";
+    std::vector<std::string> files;
+    if (DIR* d = opendir(dir.c_str())) {
+        while (dirent* e = readdir(d))
+            if (std::string(e->d_name).ends_with(".txt")) files.push_back(e->d_name);
+        closedir(d);
+    }
+    std::sort(files.begin(), files.end());
+    for (const std::string& file : files) {
+        std::ifstream in(dir + "/" + file);
+        for (std::string line; std::getline(in, line);) {
+            if (line.starts_with("=== ")) {
+                sessions.push_back({file, line.substr(4), "", {}, 0});
+                sessions.back().expected = {"Velkor 0.3.0 x64 (popcnt) ('quit' to exit)",
+                                            "info debug Support of popcnt instruction : *"};
+            } else if (sessions.empty() || line.empty() || line[0] == '#') {
+                continue;
+            } else if (line.starts_with(">")) {
+                sessions.back().input += unescape(line.size() > 1 ? line.substr(2) : "") + "\n";
+            } else if (line.starts_with("<")) {
+                sessions.back().expected.push_back(unescape(line.size() > 1 ? line.substr(2) : ""));
+            } else if (line.starts_with("exit ")) {
+                sessions.back().status = std::stoi(line.substr(5));
+            }
+        }
+    }
+    return sessions;
+}
+
+void expect_output(const std::vector<std::string>& expected, const std::string& out, const std::string& where) {
+    const auto lines = split_lines(out);
+    for (size_t i = 0; i < std::max(expected.size(), lines.size()); ++i) {
+        const std::string want = i < expected.size() ? expected[i] : "<nothing>";
+        const std::string got = i < lines.size() ? lines[i] : "<nothing>";
+        if (!matches(want.c_str(), got.c_str())) {
+            ADD_FAILURE() << where << ", line " << i + 1 << "\n  expected: " << want << "\n  got:      " << got;
+            return;
+        }
+    }
+}
+
+}  // namespace
+
+TEST(Sessions, Transcripts) {
+    const auto sessions = load_sessions();
+    ASSERT_GT(sessions.size(), 20u);
+    for (const session_t& s : sessions) {
+        const auto result = run_engine_process(s.input);
+        const std::string where = s.file + ": " + s.name;
+        EXPECT_FALSE(result.timed_out) << where;
+        EXPECT_EQ(result.status, s.status) << where;
+        expect_output(s.expected, result.out, where);
+    }
+}
+
+TEST(Sessions, EndOfInput) {
+    // A last line without a line end is still carried out, then the engine ends as after quit.
+    auto r = run_engine_process("isready");
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(split_lines(r.out).back(), "readyok");
+    r = run_engine_process("");
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(split_lines(r.out).size(), 2u);
+    // Lines after quit are never read.
+    r = run_engine_process("quit\nisready\n");
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out.find("readyok"), std::string::npos);
+}
+
+TEST(Sessions, LongLines) {
+    const std::string warning = "info buffer Warning: input is too long and will be truncated (max = 8192 bytes)";
+    // 8190 bytes pass untouched.
+    auto r = run_engine_process(std::string(8190, 'x') + "\n");
+    auto lines = split_lines(r.out);
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[2], "Unknown command : '" + std::string(8190, 'x') + "'");
+    // The 8191st byte brings the warning even though nothing is lost.
+    r = run_engine_process(std::string(8191, 'x') + "\nisready\n");
+    lines = split_lines(r.out);
+    ASSERT_EQ(lines.size(), 5u);
+    EXPECT_EQ(lines[2], warning);
+    EXPECT_EQ(lines[3], "Unknown command : '" + std::string(8191, 'x') + "'");
+    EXPECT_EQ(lines[4], "readyok");
+    // Longer lines are cut at 8191 bytes; a blank at the cut is dropped.
+    r = run_engine_process(std::string(8190, 'y') + " tail that is thrown away\nisready\n");
+    lines = split_lines(r.out);
+    ASSERT_EQ(lines.size(), 5u);
+    EXPECT_EQ(lines[3], "Unknown command : '" + std::string(8190, 'y') + "'");
+    EXPECT_EQ(lines[4], "readyok");
+    // A truncated position command is still carried out with what it kept.
+    std::string game = "position startpos moves";
+    while (game.size() < 9000) game += " g1f3 g8f6 f3g1 f6g8";
+    r = run_engine_process(game + "\nperft 1\n");
+    lines = split_lines(r.out);
+    ASSERT_GE(lines.size(), 4u);
+    EXPECT_EQ(lines[2], warning);
+    EXPECT_EQ(lines[3], "info string Illegal move: g8");  // the cut token
+    EXPECT_EQ(lines[4].substr(0, 10), "a7a5 a7a6 ");  // 1633 moves played: black to move
+}
