@@ -152,3 +152,25 @@ TEST(Sessions, LongLines) {
     EXPECT_EQ(lines[3], "info string Illegal move: g8");  // the cut token
     EXPECT_EQ(lines[4].substr(0, 10), "a7a5 a7a6 ");  // 1633 moves played: black to move
 }
+
+#if !defined(__SANITIZE_ADDRESS__)
+// Under tight memory the attack tables cannot be built: one line, status 1.
+// Once the engine has printed anything, every limit ends in a clean refusal
+// or a working engine. (Below some limit the program cannot even be loaded;
+// nothing of it runs then.)
+TEST(Sessions, NoMemoryForTheAttackTables) {
+    int refused = 0;
+    for (size_t kb = 2000; kb <= 16000; kb += 500) {
+        const auto r = run_engine_process("isready\n", {}, 30, kb * 1024);
+        if (r.out.empty()) continue;
+        ASSERT_TRUE(r.status == 0 || r.status == 1) << kb << " KiB: " << r.status << "\n" << r.out;
+        if (r.status == 1) {
+            const auto lines = split_lines(r.out);
+            ASSERT_EQ(lines.size(), 3u) << r.out;
+            EXPECT_EQ(lines[2], "info string Cannot build the attack tables");
+            ++refused;
+        }
+    }
+    EXPECT_GT(refused, 0);
+}
+#endif

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -49,11 +50,15 @@ std::vector<std::string> generated(unsigned mode) {
 }
 
 process_result run_engine_process(const std::string& input, const std::vector<std::string>& args,
-                                  int timeout_seconds) {
+                                  int timeout_seconds, size_t address_space_limit) {
     int to_child[2], from_child[2];
     if (pipe(to_child) != 0 || pipe(from_child) != 0) throw std::runtime_error("pipe");
     pid_t pid = fork();
     if (pid == 0) {
+        if (address_space_limit) {
+            rlimit limit{address_space_limit, address_space_limit};
+            setrlimit(RLIMIT_AS, &limit);
+        }
         dup2(to_child[0], 0);
         dup2(from_child[1], 1);
         close(to_child[0]);

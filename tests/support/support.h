@@ -25,9 +25,10 @@ struct process_result {
 };
 
 // Runs the engine binary, writes input to it and closes its input, and
-// collects everything it prints until it exits or the time runs out.
+// collects everything it prints until it exits or the time runs out. A
+// non-zero address_space_limit caps the process's virtual memory (bytes).
 process_result run_engine_process(const std::string& input, const std::vector<std::string>& args = {},
-                                  int timeout_seconds = 60);
+                                  int timeout_seconds = 60, size_t address_space_limit = 0);
 
 std::vector<std::string> split_lines(const std::string& text);
 
