@@ -103,39 +103,25 @@ TEST(Generate, LastPlyListIsUsable) {
 // set exactly when the move gives check, the captures list is the full list
 // less quiet moves, in the same order, and the counting pass agrees.
 TEST(Generate, WordsAreLegalAndCheckBitsExact) {
-    const char* starts[] = {START_FEN, "r3k2r/p1ppqpb1/bn2pnp1/3PN3/1p2P3/2N2Q1p/PPPBBPPP/R3K2R w KQkq - 0 1",
-                            "r3k2r/Pppp1ppp/1b3nbN/nP6/BBP1P3/q4N2/Pp1P2PP/R2Q1RK1 w kq - 0 1",
-                            "8/2p5/3p4/KP5r/1R3p1k/8/4P1P1/8 w - - 0 1"};
-    uint32_t seed = 777;
     long checked = 0;
-    for (const char* start : starts)
-        for (int game = 0; game < 10; ++game) {
-            test::load(start);
-            for (int ply = 0; ply < 100; ++ply) {
-                update_checks();
-                update_attacks();
-                const int n = generate_moves(0, GENERATE_ALL);
-                ASSERT_EQ(count_moves(), n);
-                if (n == 0 || is_draw()) break;
-                if (!board.turn->checkers) {
-                    std::vector<move_t> expected;
-                    for (int i = 0; i < n; ++i)
-                        if (move_captured(move_lists[0][i]) || move_promotion(move_lists[0][i]))
-                            expected.push_back(move_lists[0][i]);
-                    const int c = generate_moves(1, GENERATE_CAPTURES);
-                    ASSERT_EQ(std::vector<move_t>(move_lists[1], move_lists[1] + c), expected);
-                }
-                for (int i = 0; i < n; ++i) {
-                    const move_t m = move_lists[0][i];
-                    make_move(m);
-                    ASSERT_EQ(is_king_attacked(board.turn->opponent), 0);
-                    ASSERT_EQ((m & (MOVE_CHECK | MOVE_DISCOVERED)) != 0, is_king_attacked(board.turn) == 1);
-                    unmake_move(m);
-                    ++checked;
-                }
-                seed = seed * 1103515245u + 12345u;
-                make_move(move_lists[0][(seed >> 8) % unsigned(n)]);
-            }
+    test::random_games(10, 100, 777, [&](int n) {
+        ASSERT_EQ(count_moves(), n);
+        if (!board.turn->checkers) {
+            std::vector<move_t> expected;
+            for (int i = 0; i < n; ++i)
+                if (move_captured(move_lists[0][i]) || move_promotion(move_lists[0][i]))
+                    expected.push_back(move_lists[0][i]);
+            const int c = generate_moves(1, GENERATE_CAPTURES);
+            ASSERT_EQ(std::vector<move_t>(move_lists[1], move_lists[1] + c), expected);
         }
+        for (int i = 0; i < n; ++i) {
+            const move_t m = move_lists[0][i];
+            make_move(m);
+            ASSERT_EQ(is_king_attacked(board.turn->opponent), 0);
+            ASSERT_EQ((m & (MOVE_CHECK | MOVE_DISCOVERED)) != 0, is_king_attacked(board.turn) == 1);
+            unmake_move(m);
+            ++checked;
+        }
+    });
     EXPECT_GT(checked, 50000);
 }

@@ -61,32 +61,16 @@ TEST(Keys, EnPassantTermAfterEveryDoublePush) {
 // Along random games, the incremental key equals the key set_fen computes
 // for the written FEN, through captures, castling, en passant and promotions.
 TEST(Keys, IncrementalEqualsRecomputeOverRandomGames) {
-    const char* starts[] = {START_FEN, "r3k2r/p1ppqpb1/bn2pnp1/3PN3/1p2P3/2N2Q1p/PPPBBPPP/R3K2R w KQkq - 0 1",
-                            "r3k2r/Pppp1ppp/1b3nbN/nP6/BBP1P3/q4N2/Pp1P2PP/R2Q1RK1 w kq - 0 1",
-                            "n1n5/PPPk4/8/8/8/8/4Kppp/5N1N b - - 0 1"};
-    uint32_t seed = 12345;
-    int checked = 0;
-    for (const char* start : starts)
-        for (int game = 0; game < 8; ++game) {
-            test::load(start);
-            std::vector<std::pair<std::string, uint64_t>> seen;
-            for (int ply = 0; ply < 120; ++ply) {
-                update_checks();
-                update_attacks();
-                int n = generate_moves(0, GENERATE_ALL);
-                if (n == 0 || is_draw()) break;
-                seed = seed * 1103515245u + 12345u;
-                make_move(move_lists[0][(seed >> 8) % unsigned(n)]);
-                EXPECT_EQ(board.states[board.ply].key, position_key());
-                seen.emplace_back(fen(), board.states[board.ply].key);
-            }
-            for (const auto& [text, key] : seen) {
-                test::load(text.c_str());
-                EXPECT_EQ(board.states[0].key, key) << text;
-                ++checked;
-            }
-        }
-    EXPECT_GT(checked, 2000);
+    std::vector<std::pair<std::string, uint64_t>> seen;
+    test::random_games(8, 120, 12345, [&](int) {
+        EXPECT_EQ(board.states[board.ply].key, position_key());
+        seen.emplace_back(fen(), board.states[board.ply].key);
+    });
+    for (const auto& [text, key] : seen) {
+        test::load(text.c_str());
+        EXPECT_EQ(board.states[0].key, key) << text;
+    }
+    EXPECT_GT(seen.size(), 2000u);
 }
 
 TEST(Fen, LoadsFieldsAsWritten) {

@@ -49,6 +49,22 @@ std::vector<std::string> generated(unsigned mode) {
     return moves;
 }
 
+void random_games(int games, int plies, uint32_t seed, const std::function<void(int n)>& visit) {
+    for (const char* start : varied_starts)
+        for (int game = 0; game < games; ++game) {
+            load(start);
+            for (int ply = 0; ply < plies; ++ply) {
+                update_checks();
+                update_attacks();
+                const int n = generate_moves(0, GENERATE_ALL);
+                visit(n);
+                if (n == 0 || is_draw()) break;
+                seed = seed * 1103515245u + 12345u;
+                make_move(move_lists[0][(seed >> 8) % unsigned(n)]);
+            }
+        }
+}
+
 process_result run_engine_process(const std::string& input, const std::vector<std::string>& args,
                                   int timeout_seconds, size_t address_space_limit) {
     int to_child[2], from_child[2];
