@@ -22,6 +22,9 @@ size_t input_pending();
 // Clears what lives for one search.
 void reset_search();
 
+// The debug command: board, static score and legal moves of the position.
+void debug_command();
+
 // Start-up and the command loop; returns the process's exit status.
 int run_engine(int argc, char** argv);
 

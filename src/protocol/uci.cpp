@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "engine/engine.h"
+#include "evaluation/evaluation.h"
 #include "protocol/protocol.h"
 
 namespace velkor {
@@ -69,6 +70,7 @@ void perft_command() {
 //   6      "position startpos"  anywhere  start position, then the moves step
 //   7      "position fen "      anywhere  load the FEN, then the moves step
 //   9      "perft"              anywhere  perft, then search reset
+//   10     "debug"              whole     board, static score and legal moves
 //   12     "quit"               whole     end with status 0
 //   13     anything else                 "Unknown command : '<line>'"
 //
@@ -89,6 +91,8 @@ bool dispatch() {
     } else if (line_has("perft")) {
         perft_command();
         reset_search();
+    } else if (line_is("debug")) {
+        debug_command();
     } else if (line_is("quit")) {
         return false;
     } else {
@@ -101,12 +105,14 @@ bool dispatch() {
 
 void reset_search() { memset(move_lists, 0, sizeof move_lists); }
 
-int run_engine(int /*argc*/, char** /*argv*/) {
+int run_engine(int argc, char** argv) {
     printf("%s ('quit' to exit)\n", ENGINE_NAME);
     fflush(stdout);
     setvbuf(stdout, nullptr, _IONBF, 0);
     __builtin_cpu_init();
     printf("info debug Support of popcnt instruction : %s\n", __builtin_cpu_supports("popcnt") ? "yes" : "no");
+    if (argc == 2)
+        if (const char* marker = strstr(argv[1], "-pbil=")) load_genes(marker + 6);
     if (init_magics(0) != 0) {
         printf("info string Cannot build the attack tables\n");
         return 1;

@@ -4,7 +4,8 @@
 // Transcript files (sessions/*.txt) hold sessions opened by "=== name".
 // "> text" is an input line ("\t" and "\r" stand for TAB and CR), "< text"
 // an expected output line in which "*" stands for one word of any
-// characters, and "exit N" the expected status (0 when absent). The two
+// characters, "skip N" passes over N output lines, "args A B" gives the
+// command line, and "exit N" the expected status (0 when absent). The two
 // start-up lines are expected before everything else.
 #include <gtest/gtest.h>
 
@@ -12,6 +13,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -24,9 +26,12 @@ namespace {
 
 struct session_t {
     std::string file, name, input;
-    std::vector<std::string> expected;
+    std::vector<std::string> expected;  // a null byte alone stands for a skipped line
+    std::vector<std::string> args;
     int status = 0;
 };
+
+const std::string SKIPPED(1, '\0');
 
 std::string unescape(const std::string& text) {
     std::string out;
@@ -65,7 +70,7 @@ std::vector<session_t> load_sessions() {
         std::ifstream in(dir + "/" + file);
         for (std::string line; std::getline(in, line);) {
             if (line.starts_with("=== ")) {
-                sessions.push_back({file, line.substr(4), "", {}, 0});
+                sessions.push_back({file, line.substr(4), "", {}, {}, 0});
                 sessions.back().expected = {"Velkor 0.3.0 x64 (popcnt) ('quit' to exit)",
                                             "info debug Support of popcnt instruction : *"};
             } else if (sessions.empty() || line.empty() || line[0] == '#') {
@@ -74,6 +79,11 @@ std::vector<session_t> load_sessions() {
                 sessions.back().input += unescape(line.size() > 1 ? line.substr(2) : "") + "\n";
             } else if (line.starts_with("<")) {
                 sessions.back().expected.push_back(unescape(line.size() > 1 ? line.substr(2) : ""));
+            } else if (line.starts_with("skip ")) {
+                sessions.back().expected.insert(sessions.back().expected.end(), std::stoul(line.substr(5)), SKIPPED);
+            } else if (line.starts_with("args ")) {
+                std::istringstream words(line.substr(5));
+                for (std::string word; words >> word;) sessions.back().args.push_back(word);
             } else if (line.starts_with("exit ")) {
                 sessions.back().status = std::stoi(line.substr(5));
             }
@@ -87,6 +97,7 @@ void expect_output(const std::vector<std::string>& expected, const std::string& 
     for (size_t i = 0; i < std::max(expected.size(), lines.size()); ++i) {
         const std::string want = i < expected.size() ? expected[i] : "<nothing>";
         const std::string got = i < lines.size() ? lines[i] : "<nothing>";
+        if (want == SKIPPED && i < lines.size()) continue;
         if (!matches(want.c_str(), got.c_str())) {
             ADD_FAILURE() << where << ", line " << i + 1 << "\n  expected: " << want << "\n  got:      " << got;
             return;
@@ -100,7 +111,7 @@ TEST(Sessions, Transcripts) {
     const auto sessions = load_sessions();
     ASSERT_GT(sessions.size(), 20u);
     for (const session_t& s : sessions) {
-        const auto result = run_engine_process(s.input);
+        const auto result = run_engine_process(s.input, s.args);
         const std::string where = s.file + ": " + s.name;
         EXPECT_FALSE(result.timed_out) << where;
         EXPECT_EQ(result.status, s.status) << where;

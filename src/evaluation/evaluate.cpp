@@ -1,0 +1,58 @@
+#include "engine/engine.h"
+#include "evaluation/evaluation.h"
+
+namespace velkor {
+
+namespace {
+
+int king_square(const side_t& side) { return lowest_square(side.pieces[KING]); }
+
+// Four men, no pawns: queens decide two against two, any two pieces but a
+// pair of knights with their owner to move beat the bare king.
+int32_t four_men(const side_t& turn, const side_t& opponent) {
+    const int turn_men = popcount(turn.pieces[0]), opponent_men = popcount(opponent.pieces[0]);
+    if (turn_men == 2 && opponent_men == 2) {
+        const int turn_queens = popcount(turn.pieces[QUEEN]), opponent_queens = popcount(opponent.pieces[QUEEN]);
+        if (turn_queens == opponent_queens)
+            return centre_weight[king_square(turn)] - centre_weight[king_square(opponent)];
+        return turn_queens > opponent_queens ? win_score(turn, opponent) : -win_score(opponent, turn);
+    }
+    if (popcount(turn.pieces[KNIGHT]) == 2) return 0;
+    return turn_men == 3 ? win_score(turn, opponent) : -win_score(opponent, turn);
+}
+
+}  // namespace
+
+int32_t win_score(const side_t& a, const side_t& b) {
+    return a.material + WIN_BONUS - b.material + centre_weight[king_square(a)] - centre_weight[king_square(b)];
+}
+
+int32_t material_balance() { return board.turn->material - board.turn->opponent->material; }
+
+// Rooks on the two far ranks while the enemy has pawns, and on files where
+// no man but this side's rooks stands.
+int32_t rook_score(const side_t& side) {
+    const bitboard others = board.occupied & ~side.pieces[ROOK];
+    const bitboard far_ranks = side.is_white ? 0xFFFF000000000000ULL : 0xFFFFULL;
+    const bool enemy_pawns = side.opponent->pieces[PAWN] != 0;
+    int32_t score = 0;
+    for (bitboard rooks = side.pieces[ROOK]; rooks;) {
+        const int s = pop_square(rooks);
+        if (enemy_pawns && (far_ranks & square_bit(s))) score += genes[GENE_ROOK_FAR_RANKS];
+        if (!(file_masks[file_of(s)] & others)) score += genes[GENE_ROOK_OPEN_FILE];
+    }
+    return score;
+}
+
+int32_t evaluate() {
+    const side_t& turn = *board.turn;
+    const side_t& opponent = *turn.opponent;
+    const int men = popcount(board.occupied);
+    if (men == 3)
+        return turn.material != 0 ? endgame_score(turn, turn.is_white) : -endgame_score(opponent, turn.is_white);
+    if (men == 4 && !(white.pieces[PAWN] | black.pieces[PAWN])) return four_men(turn, opponent);
+    return turn.material - opponent.material + pawn_score(turn) - pawn_score(opponent) + rook_score(turn) -
+           rook_score(opponent) + activity_score(turn) - activity_score(opponent);
+}
+
+}  // namespace velkor
