@@ -17,7 +17,8 @@
 namespace velkor::test {
 
 void load(const char* fen) {
-    if (const char* reason = fen_error(fen)) throw std::runtime_error(std::string("bad test FEN: ") + reason);
+    if (const char* reason = fen_error(fen))
+        throw std::runtime_error(std::string("bad test FEN ") + fen + ": " + reason);
     set_fen(fen);
 }
 
