@@ -6,7 +6,7 @@ JOBS    ?= $(shell nproc 2>/dev/null || echo 2)
 RELEASE := $(BUILD)/release
 SANITIZE := $(BUILD)/sanitize
 
-.PHONY: all run test release sanitize bench-perft clean
+.PHONY: all run test release sanitize bench-perft bench-eval clean
 
 all: release
 
@@ -28,6 +28,10 @@ test: release sanitize
 # Perft speed against Debian's stockfish on the same machine.
 bench-perft: release
 	bash bench/perft.sh $(RELEASE)/velkor
+
+# Evaluations per second over a fixed set of positions.
+bench-eval: release
+	$(RELEASE)/velkor_eval_bench
 
 clean:
 	rm -rf $(BUILD)
