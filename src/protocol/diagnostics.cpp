@@ -1,3 +1,4 @@
+#include <cinttypes>
 #include <cstdio>
 
 #include "engine/engine.h"
@@ -41,6 +42,38 @@ void debug_command() {
         }
     }
     printf("\n\n");
+}
+
+namespace {
+
+constexpr const char* BENCH_POSITIONS[4] = {
+    "2r1k2r/pq1p1ppp/1pbPpn2/8/2P2B2/P2B1P2/1PQ3PP/R3K2R b KQk - 2 16",
+    "1n1q1rk1/r3ppbp/p1p3p1/1p3b2/P1pP3B/1NP1PB2/5PPP/R2QR1K1 w - - 10 16",
+    "r2q2k1/pb3pp1/1p3n1p/2bpr3/8/2NBP3/PPQB1PPP/2RR2K1 w - - 0 16",
+    "r5k1/p2qp1bp/6p1/1pP3P1/2n1P3/1QP1B3/P3N1PP/R4K2 b - - 0 17",
+};
+constexpr int BENCH_DEPTH = 12;
+
+}  // namespace
+
+// Each position starts with an empty table and empty search memories, as a
+// new game would; the time covers everything, board printing included.
+void bench_command() {
+    const uint64_t start = clock_us();
+    uint64_t total = 0;
+    for (const char* fen : BENCH_POSITIONS) {
+        set_fen(fen);
+        reset_search();
+        tt_clear();
+        print_board();
+        limits.mode = MODE_DEPTH;
+        limits.depth = BENCH_DEPTH;
+        run_search();
+        total += search_info.nodes;
+    }
+    const uint64_t ms = ms_since(start);
+    printf("%" PRIu64 " nodes in %" PRIu64 " ms, speed = %" PRIu64 " nodes/s\n", total, ms, speed_nps(total, ms));
+    reset_search();
 }
 
 }  // namespace velkor

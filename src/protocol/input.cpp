@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "protocol/protocol.h"
+#include "search/search.h"
 
 namespace velkor {
 
@@ -60,12 +61,13 @@ bool read_line() {
     }
 }
 
-size_t input_pending() {
-    if (buffer_pos < buffer_len) return buffer_len - buffer_pos;
-    if (input_ended) return 0;
+// Pending: bytes already taken from the system but not yet handed out, or
+// bytes queued on standard input. Input that has ended is not pending.
+bool input_pending() {
+    if (buffer_pos < buffer_len) return true;
+    if (input_ended) return false;
     int waiting = 0;
-    if (ioctl(0, FIONREAD, &waiting) != 0 || waiting < 0) return 0;
-    return size_t(waiting);
+    return ioctl(0, FIONREAD, &waiting) == 0 && waiting > 0;
 }
 
 }  // namespace velkor

@@ -15,15 +15,20 @@ extern char input_line[INPUT_SIZE];
 // Returns false once the input has ended with no line left to hand out.
 bool read_line();
 
-// Bytes of input that are waiting: taken from the system and not yet handed
-// out, or still queued on standard input.
-size_t input_pending();
-
 // Clears what lives for one search.
 void reset_search();
 
 // The debug command: board, static score and legal moves of the position.
 void debug_command();
+
+// The bench command: four fixed searches to depth 12, their nodes and speed.
+void bench_command();
+
+// A go line: limits from its form, then the search.
+void go_command();
+
+// The draw test, then the search with the limits already set.
+void run_search();
 
 // Start-up and the command loop; returns the process's exit status.
 int run_engine(int argc, char** argv);

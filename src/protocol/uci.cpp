@@ -4,6 +4,7 @@
 #include "engine/engine.h"
 #include "evaluation/evaluation.h"
 #include "protocol/protocol.h"
+#include "search/search.h"
 
 namespace velkor {
 
@@ -27,6 +28,15 @@ void handshake() {
 void new_game() {
     set_startpos();
     reset_search();
+    tt_clear();
+}
+
+// Only Hash is honoured; any other line is dropped without a word.
+void setoption() {
+    constexpr const char* HASH = "setoption name Hash value";
+    int megabytes = 0;
+    if (strncmp(input_line, HASH, strlen(HASH)) == 0 && scan_int(input_line + strlen(HASH), &megabytes))
+        tt_resize(megabytes);
 }
 
 // The moves step of both position forms: whatever follows "moves " is played.
@@ -65,13 +75,16 @@ void perft_command() {
 //   order  text                 match     action
 //   1      "stop"               whole     nothing (a search has already ended)
 //   2      "uci"                whole     handshake
+//   3      "setoption"          anywhere  Hash: a new table of that size
 //   4      "isready"            whole     "readyok"
-//   5      "ucinewgame"         whole     start position, search reset
+//   5      "ucinewgame"         whole     start position, search reset, table wiped
 //   6      "position startpos"  anywhere  start position, then the moves step
 //   7      "position fen "      anywhere  load the FEN, then the moves step
+//   8      "go"                 anywhere  search, then search reset
 //   9      "perft"              anywhere  perft, then search reset
 //   10     "debug"              whole     board, static score and legal moves
-//   12     "quit"               whole     end with status 0
+//   11     "bench"              whole     four fixed searches, nodes and speed
+//   12     "quit"               whole     free the table, end with status 0
 //   13     anything else                 "Unknown command : '<line>'"
 //
 // Returns false when the loop is to end.
@@ -79,6 +92,8 @@ bool dispatch() {
     if (line_is("stop")) {
     } else if (line_is("uci")) {
         handshake();
+    } else if (line_has("setoption")) {
+        setoption();
     } else if (line_is("isready")) {
         printf("readyok\n");
     } else if (line_is("ucinewgame")) {
@@ -88,11 +103,16 @@ bool dispatch() {
         position_moves();
     } else if (line_has("position fen ")) {
         position_fen();
+    } else if (line_has("go")) {
+        go_command();
+        reset_search();
     } else if (line_has("perft")) {
         perft_command();
         reset_search();
     } else if (line_is("debug")) {
         debug_command();
+    } else if (line_is("bench")) {
+        bench_command();
     } else if (line_is("quit")) {
         return false;
     } else {
@@ -103,7 +123,15 @@ bool dispatch() {
 
 }  // namespace
 
-void reset_search() { memset(move_lists, 0, sizeof move_lists); }
+void reset_search() {
+    tt_new_search();
+    limits = limits_t{};
+    search_info = search_info_t{};
+    memset(killers, 0, sizeof killers);
+    memset(history, 0, sizeof history);
+    memset(move_lists, 0, sizeof move_lists);
+    memset(root_nodes, 0, sizeof root_nodes);
+}
 
 int run_engine(int argc, char** argv) {
     printf("%s ('quit' to exit)\n", ENGINE_NAME);
@@ -117,12 +145,14 @@ int run_engine(int argc, char** argv) {
         printf("info string Cannot build the attack tables\n");
         return 1;
     }
+    tt_resize(128);
     set_startpos();
     reset_search();
     // The end of input counts as quit: a last line without a line end has
     // been carried out by then.
     while (read_line())
         if (!dispatch()) break;
+    tt_free();
     return 0;
 }
 

@@ -1,0 +1,198 @@
+#include <algorithm>
+#include <cstdlib>
+
+#include "engine/engine.h"
+#include "evaluation/evaluation.h"
+#include "search/search.h"
+
+namespace velkor {
+
+namespace {
+
+constexpr int32_t futility_margin[3] = {0, 200, 500};
+
+constexpr uint32_t sort_key(move_t word) { return word >> 15; }
+inline uint32_t history_of(move_t word) { return history[move_moved(word) * 64 + move_to(word)]; }
+
+// Whether candidate c ranks before b: order bits, checks, promotions and
+// captures first; plain quiet moves by history; then the nearer centre;
+// then the larger word.
+inline bool better(move_t c, move_t b) {
+    if (sort_key(c) != sort_key(b)) return sort_key(c) > sort_key(b);
+    if (sort_key(c) == 0) {
+        const int32_t d = int32_t(history_of(c) - history_of(b));
+        if (d != 0) return d > 0;
+    }
+    const int cw = centre_weight[move_to(c)] - centre_weight[move_to(b)];
+    if (cw != 0) return cw > 0;
+    return int32_t(c - b) > 0;
+}
+
+// At the root: the hash move, then the moves that took the most nodes last time.
+inline bool better_at_root(move_t c, move_t b) {
+    if ((c ^ b) & MOVE_HASH) return c & MOVE_HASH;
+    const uint64_t nc = root_nodes[c & 0xFFF], nb = root_nodes[b & 0xFFF];
+    if (nc != nb) return nc > nb;
+    return int32_t(c - b) > 0;
+}
+
+// The null move is played on the stack alone: no piece moves.
+void make_null_move() {
+    state_t& s = board.states[board.ply];
+    state_t& n = board.states[board.ply + 1];
+    board.turn = board.turn->opponent;
+    uint64_t key = s.key ^ SIDE_KEY;
+    if (s.en_passant) key ^= en_passant_key(s.en_passant);
+    s.move = 0;
+    ++board.ply;
+    n.key = key;
+    n.en_passant = 0;
+    n.castling = s.castling;
+    n.rule50 = s.rule50 + 1;
+}
+
+void unmake_null_move() {
+    --board.ply;
+    board.turn = board.turn->opponent;
+}
+
+}  // namespace
+
+int32_t alpha_beta(int ply, int depth_limit, int32_t alpha, int32_t beta, int check_flags, int null_allowed) {
+    // Step 1. The end of the depth hands over to quiescence, which counts the leaf.
+    if (ply >= depth_limit) return quiesce(ply, alpha, beta, check_flags);
+    ++search_info.nodes;
+    if (ply > search_info.seldepth) search_info.seldepth = ply;
+    if ((search_info.nodes & LIMIT_CHECK_MASK) == LIMIT_CHECK_MASK) check_limits();
+    if (search_info.stop) return 0;
+    if (is_draw()) return 0;
+
+    // Step 2. The table answers for this iteration's own results.
+    const int depth = depth_limit - ply;
+    const bool is_pv = beta - alpha > 1;
+    const uint64_t key = board.states[board.ply].key;
+    const int32_t hit = tt_probe(key, depth, alpha, beta);
+    if (hit != TT_MISS && (!is_pv || (alpha < hit && hit < beta))) return hit;
+
+    const side_t& turn = *board.turn;
+    const side_t& opponent = *turn.opponent;
+    const bool null_ok = !is_pv && check_flags == 0 && null_allowed != 0 && turn.piece_material != 0 &&
+                         opponent.piece_material != 0 && std::abs(alpha) <= MATE_BOUND &&
+                         std::abs(beta) <= MATE_BOUND;
+
+    // Step 3. Generate before any pruning, so that mate and stalemate are found first.
+    update_checks();
+    update_attacks();
+    const int count = generate_moves(ply, GENERATE_ALL);
+    if (count == 0) return check_flags ? ply - MATE : 0;
+
+    // Step 4. Null move, or at depth 1 and 2 its static substitute.
+    bool shallow = false, may_reduce = false, no_upper_store = false;
+    if (null_ok) {
+        if (depth <= 2) {
+            const int32_t score = evaluate() - 25 * depth * popcount(turn.pieces[0] & opponent.attacks[0]);
+            if (score >= beta) return score;
+            shallow = no_upper_store = true;
+        } else {
+            const int reduction = ((depth + 1) >> 2) + 2;
+            make_null_move();
+            const int32_t score = -alpha_beta(ply + 1, depth_limit - reduction, -beta, 1 - beta, 0, 0);
+            unmake_null_move();
+            if (score >= beta) return score;
+            may_reduce = no_upper_store = true;
+        }
+    }
+
+    // Step 5. The table's move, found by a shallower search in a PV node without one.
+    move_t hash_move = tt_best_move(key);
+    if (hash_move == 0 && is_pv && depth > 2) {
+        alpha_beta(ply, depth_limit - 2, alpha, beta, check_flags, null_allowed);
+        hash_move = tt_best_move(key);
+    }
+
+    // Step 6. Order bits on the list: hash move, then the two killers.
+    move_t* list = move_lists[ply];
+    const move_t killer_1 = killers[ply][0], killer_2 = killers[ply][1];
+    for (int i = 0; i < count; ++i) {
+        if (list[i] == hash_move)
+            list[i] |= MOVE_HASH;
+        else if (list[i] == killer_1)
+            list[i] |= MOVE_KILLER_1;
+        else if (list[i] == killer_2)
+            list[i] |= MOVE_KILLER_2;
+    }
+
+    const bool futile = shallow && alpha >= material_balance() + futility_margin[depth];
+    uint64_t nodes_before = search_info.nodes;
+    move_t best_move = 0;
+    int quiet_count = 0, tactical_count = 0;
+
+    // Step 7. The moves, best first by selection.
+    for (int i = 0; i < count; ++i) {
+        int top = i;
+        for (int j = i + 1; j < count; ++j)
+            if (ply == 0 ? better_at_root(list[j], list[top]) : better(list[j], list[top])) top = j;
+        std::swap(list[i], list[top]);
+        const move_t word = list[i], played = word & MOVE_STRIP;
+        if (ply == 0) {
+            search_info.currmove = word;
+            search_info.currmovenumber = i + 1;
+        }
+        if (sort_key(word) == 0)
+            ++quiet_count;
+        else if (move_captured(word) || move_promotion(word))
+            ++tactical_count;
+        // Late plain quiet moves of a shallow node are dropped, this one and all behind it.
+        if (shallow && i > 0 && quiet_count > 0 && (futile || depth * 16 < i)) break;
+        const int reduction = may_reduce && quiet_count > 0 && tactical_count > 0 ? 1 : 0;
+
+        make_move(played);
+        const int child_flags = int((word >> 28) & 3);
+        int32_t score;
+        if (i == 0) {
+            const int extension = count == 1 && depth_limit <= 62 ? 1 : 0;
+            score = -alpha_beta(ply + 1, depth_limit + extension, -beta, -alpha, child_flags, 1);
+        } else {
+            score = -alpha_beta(ply + 1, depth_limit - reduction, -alpha - 1, -alpha, child_flags, 1);
+            if (score > alpha && is_pv) score = -alpha_beta(ply + 1, depth_limit, -beta, -alpha, child_flags, 1);
+        }
+        unmake_move(played);
+        if (search_info.stop) return 0;
+
+        if (score > alpha) {
+            if (ply == 0 && limits.mode != MODE_DEPTH) {
+                report_pv(score, 1, played);
+                if (i > 0) search_info.root_fail = 1;
+                if (search_info.depth > 1 && score < search_info.last_score - 100) search_info.root_fail = 2;
+            }
+            alpha = score;
+            best_move = played;
+            if (alpha >= beta) {
+                // Step 8. Fail high: a plain quiet move feeds history and killers.
+                if ((played >> 17) == 0) {
+                    history[move_moved(played) * 64 + move_to(played)] += uint32_t(depth * depth);
+                    if (played != killers[ply][0] && played != killers[ply][1]) {
+                        killers[ply][1] = killers[ply][0];
+                        killers[ply][0] = played;
+                    }
+                }
+                tt_store(key, alpha, depth, TT_LOWER, played);
+                return alpha;
+            }
+        }
+        if (ply == 0) {
+            root_nodes[word & 0xFFF] = search_info.nodes - nodes_before;
+            nodes_before = search_info.nodes;
+        }
+    }
+
+    // Step 9. All moves done or pruned.
+    if (best_move != 0)
+        tt_store(key, alpha, depth, TT_EXACT, best_move);
+    else if (!no_upper_store)
+        tt_store(key, alpha, depth, TT_UPPER, 0);
+    if (ply == 0) report_pv(alpha, 0, best_move);
+    return alpha;
+}
+
+}  // namespace velkor

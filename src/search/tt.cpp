@@ -1,0 +1,122 @@
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "search/search.h"
+
+namespace velkor {
+
+tt_entry* tt_table = nullptr;
+uint64_t tt_entries = 0;
+uint64_t tt_mask = 0;
+uint64_t tt_used = 0;
+uint32_t tt_age = 0;
+
+namespace {
+
+// One attempt at a table of mb megabytes.
+bool tt_allocate(int mb) {
+    tt_used = 0;
+    tt_age = 0;
+    tt_entries = uint64_t(mb) * 65536;
+    tt_mask = tt_entries - 4;
+    tt_table = static_cast<tt_entry*>(calloc(tt_entries, sizeof(tt_entry)));
+    printf("info debug Creation of Transposition Table (%i MB) : %s\n", mb, tt_table ? "success" : "failure");
+    return tt_table != nullptr;
+}
+
+tt_entry* bucket(uint64_t key) { return tt_table + (uint32_t(key) & tt_mask); }
+
+}  // namespace
+
+void tt_resize(int mb) {
+    tt_free();
+    if (mb < 1 || mb > 65536 || (mb & (mb - 1)) != 0) {
+        printf("info debug Creation of Transposition Table (%i MB) : size reset to default\n", mb);
+        mb = 128;
+    }
+    while (!tt_allocate(mb)) {
+        if (mb == 1) {
+            printf("info string Velkor will now halt...\n");
+            exit(1);
+        }
+        mb /= 2;
+    }
+}
+
+void tt_free() {
+    free(tt_table);
+    tt_table = nullptr;
+}
+
+void tt_new_search() { tt_age = (tt_age + 1) & 255; }
+
+void tt_clear() {
+    memset(tt_table, 0, tt_entries * sizeof(tt_entry));
+    tt_age = 0;
+    tt_used = 0;
+}
+
+int tt_hashfull() { return int(tt_used * 1000 / tt_entries); }
+
+move_t tt_best_move(uint64_t key) {
+    const tt_entry* e = bucket(key);
+    for (int i = 0; i < 4; ++i)
+        if (e[i].tt_key == key) return move_t(e[i].tt_data);
+    return 0;
+}
+
+move_t tt_pv_move(uint64_t key) {
+    const tt_entry* e = bucket(key);
+    for (int i = 0; i < 4; ++i)
+        if (e[i].tt_key == key && tt_entry_age(e[i].tt_data) == tt_age) return move_t(e[i].tt_data);
+    return 0;
+}
+
+int32_t tt_probe(uint64_t key, int depth, int32_t alpha, int32_t beta) {
+    const tt_entry* e = bucket(key);
+    for (int i = 0; i < 4; ++i) {
+        const uint64_t data = e[i].tt_data;
+        if (e[i].tt_key != key || tt_entry_age(data) != tt_age || tt_depth(data) < depth) continue;
+        const int32_t score = tt_score(data);
+        const int bound = tt_bound(data);
+        if (bound == TT_EXACT || (bound == TT_UPPER && alpha >= score) || (bound == TT_LOWER && beta <= score))
+            return score;
+    }
+    return TT_MISS;
+}
+
+// Same key: refused only by a current entry with a higher bound code and a
+// greater depth. Else the first empty entry, else the one of least value:
+// oldest first, then lowest bound code, then lowest depth.
+void tt_store(uint64_t key, int32_t score, int depth, int bound, move_t move) {
+    if (depth > 63) return;
+    tt_entry* e = bucket(key);
+    tt_entry* target = nullptr;
+    for (int i = 0; i < 4 && !target; ++i)
+        if (e[i].tt_key == key) {
+            const uint64_t data = e[i].tt_data;
+            if (tt_entry_age(data) == tt_age && bound < tt_bound(data) && depth < tt_depth(data)) return;
+            target = &e[i];
+        }
+    for (int i = 0; i < 4 && !target; ++i)
+        if (e[i].tt_data == 0) target = &e[i];
+    if (!target) {
+        int least = 0x7FFFFFFF;
+        for (int i = 0; i < 4; ++i) {
+            const uint64_t data = e[i].tt_data;
+            const uint32_t age = tt_entry_age(data);
+            const int distance = int(age <= tt_age ? tt_age - age : tt_age + 256 - age);
+            const int value = (256 - distance) * 256 + tt_bound(data) * 64 + tt_depth(data);
+            if (value < least) {
+                least = value;
+                target = &e[i];
+            }
+        }
+    }
+    if (target->tt_data == 0) ++tt_used;
+    target->tt_key = key;
+    target->tt_data = tt_pack(move, score, bound, depth, tt_age);
+}
+
+}  // namespace velkor

@@ -1,0 +1,55 @@
+// The transposition table: buckets of four 16-byte entries under the full
+// position key, with ages so that scores serve only the current iteration.
+#pragma once
+
+#include <cstdint>
+
+#include "engine/types.h"
+
+namespace velkor {
+
+struct tt_entry {
+    uint64_t tt_key;
+    uint64_t tt_data;  // move 0-31, score 32-47, bound 48-49, depth 50-55, age 56-63
+};
+static_assert(sizeof(tt_entry) == 16);
+
+enum : int { TT_UPPER = 1, TT_LOWER = 2, TT_EXACT = 3 };
+inline constexpr int32_t TT_MISS = -0x10000000;
+
+extern tt_entry* tt_table;
+extern uint64_t tt_entries;
+extern uint64_t tt_mask;
+extern uint64_t tt_used;
+extern uint32_t tt_age;
+
+// A new empty table of mb megabytes; a bad size falls back to 128, and a
+// size that cannot be had is halved down to 1 MB before the engine halts.
+void tt_resize(int mb);
+void tt_free();
+void tt_new_search();
+void tt_clear();
+int tt_hashfull();
+
+move_t tt_best_move(uint64_t key);  // any age
+move_t tt_pv_move(uint64_t key);    // current age only
+int32_t tt_probe(uint64_t key, int depth, int32_t alpha, int32_t beta);
+void tt_store(uint64_t key, int32_t score, int depth, int bound, move_t move);
+
+// Field packing, for the table and its tests.
+constexpr uint64_t tt_pack(move_t move, int32_t score, int bound, int depth, uint32_t age) {
+    const uint64_t field = score >= 0 ? uint64_t(score) : uint64_t(32768 - score);
+    return uint64_t(move) | field << 32 | uint64_t(bound) << 48 | uint64_t(depth) << 50 | uint64_t(age) << 56;
+}
+constexpr int32_t tt_score(uint64_t data) {
+    const int32_t field = int32_t((data >> 32) & 0xFFFF);
+    return field & 0x8000 ? 32768 - field : field;
+}
+constexpr int tt_bound(uint64_t data) { return int((data >> 48) & 3); }
+constexpr int tt_depth(uint64_t data) { return int((data >> 50) & 63); }
+constexpr uint32_t tt_entry_age(uint64_t data) { return uint32_t(data >> 56); }
+
+static_assert(tt_score(tt_pack(0, -5, TT_UPPER, 0, 0)) == -5 && ((tt_pack(0, -5, 1, 0, 0) >> 32) & 0xFFFF) == 0x8005);
+static_assert(tt_score(tt_pack(0, -30000, TT_EXACT, 63, 255)) == -30000);
+
+}  // namespace velkor
