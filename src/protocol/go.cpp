@@ -10,7 +10,6 @@ namespace velkor {
 namespace {
 
 constexpr int BARE_GO_DEPTH = 8;
-constexpr uint64_t INFINITE_MOVE_TIME = 1000000000;
 constexpr uint64_t CLOCK_MARGIN = 1000;  // taken off the side's clock
 constexpr uint64_t MOVE_MARGIN = 25;     // taken off the time of the move
 constexpr uint64_t DEFAULT_MOVES_TO_GO = 40;
@@ -39,7 +38,7 @@ void clock_limits() {
 }  // namespace
 
 // Every line that holds "go" comes here; the first form that fits sets the limits.
-void go_command() {
+void go_limits() {
     limits = limits_t{};
     int depth = 0;
     uint64_t move_time = 0;
@@ -58,6 +57,10 @@ void go_command() {
     } else {
         clock_limits();
     }
+}
+
+void go_command() {
+    go_limits();
     run_search();
 }
 

@@ -1,3 +1,4 @@
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -68,6 +69,17 @@ bool input_pending() {
     if (input_ended) return false;
     int waiting = 0;
     return ioctl(0, FIONREAD, &waiting) == 0 && waiting > 0;
+}
+
+// Closed: nothing is left to hand out and the system says the input has
+// ended (readable, or hung up, with no byte to read).
+bool input_closed() {
+    if (buffer_pos < buffer_len) return false;
+    if (input_ended) return true;
+    pollfd fd = {0, POLLIN, 0};
+    int waiting = 0;
+    return poll(&fd, 1, 0) == 1 && (fd.revents & (POLLIN | POLLHUP)) && ioctl(0, FIONREAD, &waiting) == 0 &&
+           waiting == 0;
 }
 
 }  // namespace velkor

@@ -27,6 +27,9 @@ void bench_command();
 // A go line: limits from its form, then the search.
 void go_command();
 
+// The limits of the go line in input_line, for the side to move.
+void go_limits();
+
 // The draw test, then the search with the limits already set.
 void run_search();
 

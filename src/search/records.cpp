@@ -25,6 +25,9 @@ void check_limits() {
         }
     }
     if (input_pending()) search_info.stop = 1;
+    // An infinite search whose input has ended would never hear a stop.
+    if (limits.mode == MODE_FIXED_TIME && limits.move_time >= INFINITE_MOVE_TIME && input_closed())
+        search_info.stop = 1;
     if ((search_info.nodes & CURRMOVE_MASK) == CURRMOVE_MASK) {
         search_info.nps = speed_nps(search_info.nodes, search_info.elapsed);
         printf("info depth %i currmove ", search_info.depth);

@@ -17,6 +17,7 @@ inline constexpr uint64_t LIMIT_CHECK_MASK = 0xFFF;   // clock and input every 4
 inline constexpr uint64_t CURRMOVE_MASK = 0x1FFFFF;   // a currmove line every 2097152 nodes
 
 enum : uint32_t { MODE_DEPTH = 0, MODE_FIXED_TIME = 1, MODE_TOURNAMENT = 2 };
+inline constexpr uint64_t INFINITE_MOVE_TIME = 1000000000;  // the time of go infinite, ms
 
 struct limits_t {
     uint32_t mode;
@@ -53,6 +54,9 @@ uint64_t elapsed_ms();
 
 // Bytes of input that wait to be read; any ends a running search.
 bool input_pending();
+
+// The input has ended: an infinite search then has nobody left to stop it.
+bool input_closed();
 
 // Every 4096 nodes: the clock, the allotment (doubled while the root is
 // unsettled), pending input, and now and then a currmove line.

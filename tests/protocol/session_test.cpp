@@ -5,8 +5,8 @@
 // "> text" is an input line ("\t" and "\r" stand for TAB and CR), "< text"
 // an expected output line in which "*" stands for one word of any
 // characters, "skip N" passes over N output lines, "args A B" gives the
-// command line, and "exit N" the expected status (0 when absent). The two
-// start-up lines are expected before everything else.
+// command line, and "exit N" the expected status (0 when absent). The banner
+// and the processor line are expected before everything else.
 #include <gtest/gtest.h>
 
 #include <dirent.h>
@@ -126,7 +126,7 @@ TEST(Sessions, EndOfInput) {
     EXPECT_EQ(split_lines(r.out).back(), "readyok");
     r = run_engine_process("");
     EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(split_lines(r.out).size(), 2u);
+    EXPECT_EQ(split_lines(r.out).size(), 3u);
     // Lines after quit are never read.
     r = run_engine_process("quit\nisready\n");
     EXPECT_EQ(r.status, 0);
@@ -138,50 +138,60 @@ TEST(Sessions, LongLines) {
     // 8190 bytes pass untouched.
     auto r = run_engine_process(std::string(8190, 'x') + "\n");
     auto lines = split_lines(r.out);
-    ASSERT_EQ(lines.size(), 3u);
-    EXPECT_EQ(lines[2], "Unknown command : '" + std::string(8190, 'x') + "'");
+    ASSERT_EQ(lines.size(), 4u);
+    EXPECT_EQ(lines[3], "Unknown command : '" + std::string(8190, 'x') + "'");
     // The 8191st byte brings the warning even though nothing is lost.
     r = run_engine_process(std::string(8191, 'x') + "\nisready\n");
     lines = split_lines(r.out);
-    ASSERT_EQ(lines.size(), 5u);
-    EXPECT_EQ(lines[2], warning);
-    EXPECT_EQ(lines[3], "Unknown command : '" + std::string(8191, 'x') + "'");
-    EXPECT_EQ(lines[4], "readyok");
+    ASSERT_EQ(lines.size(), 6u);
+    EXPECT_EQ(lines[3], warning);
+    EXPECT_EQ(lines[4], "Unknown command : '" + std::string(8191, 'x') + "'");
+    EXPECT_EQ(lines[5], "readyok");
     // Longer lines are cut at 8191 bytes; a blank at the cut is dropped.
     r = run_engine_process(std::string(8190, 'y') + " tail that is thrown away\nisready\n");
     lines = split_lines(r.out);
-    ASSERT_EQ(lines.size(), 5u);
-    EXPECT_EQ(lines[3], "Unknown command : '" + std::string(8190, 'y') + "'");
-    EXPECT_EQ(lines[4], "readyok");
+    ASSERT_EQ(lines.size(), 6u);
+    EXPECT_EQ(lines[4], "Unknown command : '" + std::string(8190, 'y') + "'");
+    EXPECT_EQ(lines[5], "readyok");
     // A truncated position command is still carried out with what it kept.
     std::string game = "position startpos moves";
     while (game.size() < 9000) game += " g1f3 g8f6 f3g1 f6g8";
     r = run_engine_process(game + "\nperft 1\n");
     lines = split_lines(r.out);
-    ASSERT_GE(lines.size(), 4u);
-    EXPECT_EQ(lines[2], warning);
-    EXPECT_EQ(lines[3], "info string Illegal move: g8");  // the cut token
-    EXPECT_EQ(lines[4].substr(0, 10), "a7a5 a7a6 ");  // 1633 moves played: black to move
+    ASSERT_GE(lines.size(), 5u);
+    EXPECT_EQ(lines[3], warning);
+    EXPECT_EQ(lines[4], "info string Illegal move: g8");  // the cut token
+    EXPECT_EQ(lines[5].substr(0, 10), "a7a5 a7a6 ");  // 1633 moves played: black to move
 }
 
 #if !defined(__SANITIZE_ADDRESS__)
-// Under tight memory the attack tables cannot be built: one line, status 1.
-// Once the engine has printed anything, every limit ends in a clean refusal
-// or a working engine. (Below some limit the program cannot even be loaded;
-// nothing of it runs then.)
-TEST(Sessions, NoMemoryForTheAttackTables) {
-    int refused = 0;
-    for (size_t kb = 2000; kb <= 16000; kb += 500) {
-        const auto r = run_engine_process("isready\n", {}, 30, kb * 1024);
+// Under tight memory: no room for the attack tables ends the engine with one
+// line and status 1; no room for the hash table halves its size, a line for
+// each failure, until one fits. Once the engine has printed anything, every
+// limit ends in one of these. (Below some limit the program cannot even be
+// loaded; nothing of it runs then.)
+TEST(Sessions, TightMemory) {
+    int refused = 0, halved = 0;
+    for (size_t mb = 2; mb <= 160; mb += mb < 16 ? 1 : 8) {
+        const auto r = run_engine_process("isready\n", {}, 30, mb << 20);
         if (r.out.empty()) continue;
-        ASSERT_TRUE(r.status == 0 || r.status == 1) << kb << " KiB: " << r.status << "\n" << r.out;
+        const auto lines = split_lines(r.out);
+        ASSERT_TRUE(r.status == 0 || r.status == 1) << mb << " MiB: " << r.status << "\n" << r.out;
         if (r.status == 1) {
-            const auto lines = split_lines(r.out);
             ASSERT_EQ(lines.size(), 3u) << r.out;
             EXPECT_EQ(lines[2], "info string Cannot build the attack tables");
             ++refused;
+            continue;
         }
+        EXPECT_EQ(lines.back(), "readyok");
+        int size = 128;
+        size_t i = 2;
+        for (; lines[i].ends_with(": failure"); ++i, size /= 2)
+            EXPECT_EQ(lines[i], "info debug Creation of Transposition Table (" + std::to_string(size) + " MB) : failure");
+        EXPECT_EQ(lines[i], "info debug Creation of Transposition Table (" + std::to_string(size) + " MB) : success");
+        if (size < 128) ++halved;
     }
     EXPECT_GT(refused, 0);
+    EXPECT_GT(halved, 0);
 }
 #endif

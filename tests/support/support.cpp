@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -100,20 +101,38 @@ process_result run_engine_process(const std::string& input, const std::vector<st
         close(in_fd);
         in_fd = -1;
     }
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeout_seconds);
+    const auto start = std::chrono::steady_clock::now();
+    const auto deadline = start + std::chrono::seconds(timeout_seconds);
+    auto resume = start;  // no writing before this, after a pause
+    size_t awaited = 0;   // bestmove lines to see before writing on
     for (;;) {
-        pollfd fds[2] = {{from_child[0], POLLIN, 0}, {in_fd, POLLOUT, 0}};
-        const int left = int(std::chrono::duration_cast<std::chrono::milliseconds>(
-                                 deadline - std::chrono::steady_clock::now()).count());
+        const auto now = std::chrono::steady_clock::now();
+        const int left = int(std::chrono::duration_cast<std::chrono::milliseconds>(deadline - now).count());
         if (left <= 0) {
             result.timed_out = true;
             kill(pid, SIGKILL);
             break;
         }
-        poll(fds, in_fd >= 0 ? 2 : 1, left);
-        if (in_fd >= 0 && (fds[1].revents & (POLLOUT | POLLERR | POLLHUP))) {
-            ssize_t n = write(in_fd, input.data() + written, input.size() - written);
+        size_t seen = 0;
+        for (size_t at = 0; (at = result.out.find("bestmove ", at)) != std::string::npos; ++at) ++seen;
+        const bool may_write = in_fd >= 0 && now >= resume && seen >= awaited;
+        const int wait = in_fd >= 0 && !may_write && now < resume
+                             ? int(std::chrono::duration_cast<std::chrono::milliseconds>(resume - now).count()) + 1
+                             : left;
+        pollfd fds[2] = {{from_child[0], POLLIN, 0}, {in_fd, POLLOUT, 0}};
+        poll(fds, may_write ? 2 : 1, std::min(wait, left));
+        if (may_write && (fds[1].revents & (POLLOUT | POLLERR | POLLHUP))) {
+            size_t end = input.find_first_of(std::string{PAUSE, AWAIT_BESTMOVE}, written);
+            if (end == std::string::npos) end = input.size();
+            ssize_t n = end > written ? write(in_fd, input.data() + written, end - written) : 0;
             if (n > 0) written += size_t(n);
+            if (written == end && end < input.size()) {
+                if (input[end] == PAUSE)
+                    resume = std::chrono::steady_clock::now() + std::chrono::milliseconds(PAUSE_MS);
+                else
+                    ++awaited;
+                ++written;  // past the mark
+            }
             if (n < 0 || written == input.size()) {
                 close(in_fd);
                 in_fd = -1;
@@ -126,6 +145,8 @@ process_result run_engine_process(const std::string& input, const std::vector<st
             result.out.append(chunk, size_t(n));
         }
     }
+    result.milliseconds =
+        int(std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count());
     if (in_fd >= 0) close(in_fd);
     close(from_child[0]);
     int status = 0;

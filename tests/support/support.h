@@ -40,11 +40,17 @@ struct process_result {
     std::string out;
     int status = -1;       // exit status, or -1 if killed
     bool timed_out = false;
+    int milliseconds = 0;  // from the start to the exit
 };
 
 // Runs the engine binary, writes input to it and closes its input, and
 // collects everything it prints until it exits or the time runs out. A
+// PAUSE character in the input holds the writing for PAUSE_MS; the n-th
+// AWAIT_BESTMOVE holds it until the engine has printed its n-th bestmove. A
 // non-zero address_space_limit caps the process's virtual memory (bytes).
+inline constexpr char PAUSE = '\x01';
+inline constexpr char AWAIT_BESTMOVE = '\x02';
+inline constexpr int PAUSE_MS = 300;
 process_result run_engine_process(const std::string& input, const std::vector<std::string>& args = {},
                                   int timeout_seconds = 60, size_t address_space_limit = 0);
 
