@@ -6,7 +6,7 @@ JOBS    ?= $(shell nproc 2>/dev/null || echo 2)
 RELEASE := $(BUILD)/release
 SANITIZE := $(BUILD)/sanitize
 
-.PHONY: all run test release sanitize bench-perft bench-eval clean
+.PHONY: all run test release sanitize bench-perft bench-eval bench-search clean
 
 all: release
 
@@ -32,6 +32,10 @@ bench-perft: release
 # Evaluations per second over a fixed set of positions.
 bench-eval: release
 	$(RELEASE)/velkor_eval_bench
+
+# bench time and speed, and Debian's ethereal-chess on the same positions and times.
+bench-search: release
+	bash bench/search.sh $(RELEASE)/velkor
 
 clean:
 	rm -rf $(BUILD)

@@ -225,3 +225,43 @@ TEST_F(Search, FailHighMemories) {
     EXPECT_EQ(tt_best_move(board.states[0].key), first);
     EXPECT_EQ(tt_bound(tt_table[uint32_t(board.states[0].key) & tt_mask].tt_data), TT_LOWER);
 }
+
+namespace {
+
+// The entry the table holds for the current position, or nullptr.
+const tt_entry* entry_here() {
+    const uint64_t key = board.states[board.ply].key;
+    const tt_entry* e = tt_table + (uint32_t(key) & tt_mask);
+    for (int i = 0; i < 4; ++i)
+        if (e[i].tt_key == key && e[i].tt_data != 0) return &e[i];
+    return nullptr;
+}
+
+}  // namespace
+
+// What the table keeps of each way out of a node.
+TEST_F(Search, StoresByExit) {
+    // A null move at depth 3 and more that still reaches beta: its score, and no store.
+    prepare("r3k3/8/8/8/8/8/8/Q3K2R w - - 0 1");
+    EXPECT_GE(alpha_beta(1, 5, -20000, -19999, 0, 1), -19999);
+    EXPECT_EQ(entry_here(), nullptr);
+    // A PV node where nothing reaches alpha: an upper bound without a move.
+    prepare(START_FEN);
+    EXPECT_EQ(alpha_beta(1, 3, 2000, 2010, 0, 1), 2000);
+    ASSERT_NE(entry_here(), nullptr);
+    EXPECT_EQ(tt_bound(entry_here()->tt_data), TT_UPPER);
+    EXPECT_EQ(move_t(entry_here()->tt_data), 0u);
+    // A null-move node at depth 1 or 2 whose static test failed stores no upper bound.
+    test::capture_stdout([] { tt_clear(); });
+    prepare(START_FEN);
+    EXPECT_EQ(alpha_beta(1, 2, 2000, 2001, 0, 1), 2000);
+    EXPECT_EQ(entry_here(), nullptr);
+    // The root with the full window: an exact score with its best move, and the report.
+    prepare(START_FEN);
+    search_info.depth = search_info.seldepth = 1;
+    const std::string out = test::capture_stdout([] { alpha_beta(0, 1, -SCORE_INF, SCORE_INF, 0, 1); });
+    ASSERT_NE(entry_here(), nullptr);
+    EXPECT_EQ(tt_bound(entry_here()->tt_data), TT_EXACT);
+    EXPECT_EQ(move_t(entry_here()->tt_data), search_info.best_move);
+    EXPECT_EQ(out.substr(0, 44), "info depth 1 seldepth 1 score cp 51 pv e2e3 ");
+}
