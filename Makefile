@@ -6,7 +6,7 @@ JOBS    ?= $(shell nproc 2>/dev/null || echo 2)
 RELEASE := $(BUILD)/release
 SANITIZE := $(BUILD)/sanitize
 
-.PHONY: all run test release sanitize bench-perft bench-eval bench-search clean
+.PHONY: all run test release sanitize bench-perft bench-eval bench-search check-valgrind clean
 
 all: release
 
@@ -39,3 +39,9 @@ bench-search: release
 
 clean:
 	rm -rf $(BUILD)
+
+# The command battery and the transcripts under valgrind memcheck; any error fails.
+VALGRIND := valgrind -q --error-exitcode=99 --leak-check=full --errors-for-leak-kinds=definite
+check-valgrind: release
+	@command -v valgrind >/dev/null || apt-get install -y -qq valgrind >/dev/null
+	cd $(RELEASE) && VELKOR_WRAPPER="$(VALGRIND)" ./tests/velkor_tests --gtest_filter='Sessions.Battery:Sessions.Transcripts:Sessions.EndOfInput:Sessions.LongLines'

@@ -2,11 +2,18 @@
 // standard input and everything it prints is compared line by line.
 //
 // Transcript files (sessions/*.txt) hold sessions opened by "=== name".
-// "> text" is an input line ("\t" and "\r" stand for TAB and CR), "< text"
-// an expected output line in which "*" stands for one word of any
-// characters, "skip N" passes over N output lines, "args A B" gives the
-// command line, and "exit N" the expected status (0 when absent). The banner
-// and the processor line are expected before everything else.
+// "> text" is an input line ("\t", "\r" and "\xHH" stand for TAB, CR and
+// any byte but \x01 and \x02, the harness's pause marks), ">| text" the
+// same without its line end, "< text" an expected output line in which "*"
+// stands for one word of any characters, "skip N" passes over N output
+// lines, "pause" holds the input for a moment, "await" until the next
+// bestmove, "args A B" gives the command line, and "exit N" the expected
+// status (0 when absent). The banner and the processor line are expected
+// before everything else.
+//
+// Battery files (battery/*.txt) have the same form without expected lines:
+// every session must end cleanly, say nothing on standard error (where the
+// sanitizers and valgrind report), and answer every search with one bestmove.
 #include <gtest/gtest.h>
 
 #include <dirent.h>
@@ -38,6 +45,9 @@ std::string unescape(const std::string& text) {
     for (size_t i = 0; i < text.size(); ++i) {
         if (text[i] == '\\' && i + 1 < text.size() && (text[i + 1] == 't' || text[i + 1] == 'r')) {
             out += text[++i] == 't' ? '\t' : '\r';
+        } else if (text[i] == '\\' && i + 3 < text.size() && text[i + 1] == 'x') {
+            out += char(std::stoi(text.substr(i + 2, 2), nullptr, 16));
+            i += 3;
         } else {
             out += text[i];
         }
@@ -56,9 +66,9 @@ bool matches(const char* pattern, const char* text) {
     return *pattern == *text && matches(pattern + 1, text + 1);
 }
 
-std::vector<session_t> load_sessions() {
+std::vector<session_t> load_sessions(const std::string& folder) {
     std::vector<session_t> sessions;
-    const std::string dir = VELKOR_TEST_DATA "/../protocol/sessions";
+    const std::string dir = VELKOR_TEST_DATA "/../protocol/" + folder;
     std::vector<std::string> files;
     if (DIR* d = opendir(dir.c_str())) {
         while (dirent* e = readdir(d))
@@ -75,8 +85,14 @@ std::vector<session_t> load_sessions() {
                                             "info debug Support of popcnt instruction : *"};
             } else if (sessions.empty() || line.empty() || line[0] == '#') {
                 continue;
+            } else if (line.starts_with(">|")) {
+                sessions.back().input += unescape(line.substr(std::min<size_t>(3, line.size())));
             } else if (line.starts_with(">")) {
                 sessions.back().input += unescape(line.size() > 1 ? line.substr(2) : "") + "\n";
+            } else if (line == "pause") {
+                sessions.back().input += velkor::test::PAUSE;
+            } else if (line == "await") {
+                sessions.back().input += velkor::test::AWAIT_BESTMOVE;
             } else if (line.starts_with("<")) {
                 sessions.back().expected.push_back(unescape(line.size() > 1 ? line.substr(2) : ""));
             } else if (line.starts_with("skip ")) {
@@ -108,14 +124,55 @@ void expect_output(const std::vector<std::string>& expected, const std::string& 
 }  // namespace
 
 TEST(Sessions, Transcripts) {
-    const auto sessions = load_sessions();
+    const auto sessions = load_sessions("sessions");
     ASSERT_GT(sessions.size(), 20u);
     for (const session_t& s : sessions) {
         const auto result = run_engine_process(s.input, s.args);
         const std::string where = s.file + ": " + s.name;
         EXPECT_FALSE(result.timed_out) << where;
         EXPECT_EQ(result.status, s.status) << where;
+        EXPECT_EQ(result.err, "") << where;
         expect_output(s.expected, result.out, where);
+    }
+}
+
+// The lines of a session that start a search: those that hold "go" and that
+// no earlier row of the dispatch takes.
+int searches_in(const std::string& input) {
+    int searches = 0;
+    std::string line;
+    for (char c : input + "\n") {
+        if (c != '\n') {
+            line += c == '\t' ? ' ' : c;
+            continue;
+        }
+        std::istringstream words(line.substr(0, line.find('\0')));  // the engine reads up to a NUL
+        std::string folded, word;
+        while (words >> word) folded += (folded.empty() ? "" : " ") + word;
+        line.clear();
+        if (folded == "stop" || folded == "uci" || folded == "isready" || folded == "ucinewgame" ||
+            folded.find("setoption") != std::string::npos || folded.find("position startpos") != std::string::npos ||
+            folded.find("position fen ") != std::string::npos)
+            continue;
+        if (folded.find("go") != std::string::npos) ++searches;
+        if (folded == "bench") searches += 4;
+        if (folded == "quit") break;
+    }
+    return searches;
+}
+
+TEST(Sessions, Battery) {
+    const auto sessions = load_sessions("battery");
+    ASSERT_GT(sessions.size(), 10u);
+    for (const session_t& s : sessions) {
+        const auto result = run_engine_process(s.input, s.args, 60);
+        const std::string where = s.file + ": " + s.name;
+        EXPECT_FALSE(result.timed_out) << where;
+        EXPECT_EQ(result.status, s.status) << where << "\n" << result.err.substr(0, 2000);
+        EXPECT_EQ(result.err, "") << where;
+        size_t bestmoves = 0;
+        for (const std::string& line : split_lines(result.out)) bestmoves += line.starts_with("bestmove ");
+        EXPECT_EQ(bestmoves, size_t(searches_in(s.input))) << where;
     }
 }
 

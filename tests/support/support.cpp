@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <sstream>
 #include <stdexcept>
 
 #include "engine/engine.h"
@@ -71,6 +72,17 @@ process_result run_engine_process(const std::string& input, const std::vector<st
                                   int timeout_seconds, size_t address_space_limit) {
     int to_child[2], from_child[2];
     if (pipe(to_child) != 0 || pipe(from_child) != 0) throw std::runtime_error("pipe");
+    char err_path[] = "/tmp/velkor-stderr-XXXXXX";
+    const int err_fd = mkstemp(err_path);
+    unlink(err_path);
+    // VELKOR_WRAPPER (e.g. "valgrind -q --error-exitcode=99") runs the engine under a tool.
+    std::vector<std::string> command;
+    if (const char* wrapper = getenv("VELKOR_WRAPPER")) {
+        std::istringstream words(wrapper);
+        for (std::string w; words >> w;) command.push_back(w);
+    }
+    command.push_back(VELKOR_BINARY);
+    command.insert(command.end(), args.begin(), args.end());
     pid_t pid = fork();
     if (pid == 0) {
         if (address_space_limit) {
@@ -79,14 +91,16 @@ process_result run_engine_process(const std::string& input, const std::vector<st
         }
         dup2(to_child[0], 0);
         dup2(from_child[1], 1);
+        dup2(err_fd, 2);
         close(to_child[0]);
         close(to_child[1]);
         close(from_child[0]);
         close(from_child[1]);
-        std::vector<char*> argv{const_cast<char*>(VELKOR_BINARY)};
-        for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+        close(err_fd);
+        std::vector<char*> argv;
+        for (std::string& word : command) argv.push_back(word.data());
         argv.push_back(nullptr);
-        execv(VELKOR_BINARY, argv.data());
+        execvp(argv[0], argv.data());
         _exit(127);
     }
     close(to_child[0]);
@@ -151,6 +165,10 @@ process_result run_engine_process(const std::string& input, const std::vector<st
     close(from_child[0]);
     int status = 0;
     waitpid(pid, &status, 0);
+    lseek(err_fd, 0, SEEK_SET);
+    char chunk[4096];
+    for (ssize_t n; (n = read(err_fd, chunk, sizeof chunk)) > 0;) result.err.append(chunk, size_t(n));
+    close(err_fd);
     result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return result;
 }

@@ -38,6 +38,7 @@ void random_games(int games, int plies, uint32_t seed, const std::function<void(
 
 struct process_result {
     std::string out;
+    std::string err;       // what the engine, or a tool it runs under, wrote to standard error
     int status = -1;       // exit status, or -1 if killed
     bool timed_out = false;
     int milliseconds = 0;  // from the start to the exit
