@@ -1,12 +1,12 @@
 # Two builds: release (-O3, LTO) and sanitize (AddressSanitizer + UBSan,
 # assertions and the make/unmake invariant check on). `make test` runs the
-# whole suite against both.
+# whole suite against both, then a short run of each fuzz target (clang).
 BUILD   ?= build
 JOBS    ?= $(shell nproc 2>/dev/null || echo 2)
 RELEASE := $(BUILD)/release
 SANITIZE := $(BUILD)/sanitize
 
-.PHONY: all run test release sanitize bench-perft bench-eval bench-search check-valgrind clean
+.PHONY: all run test release sanitize fuzz bench-perft bench-eval bench-search check-valgrind clean
 
 all: release
 
@@ -21,9 +21,17 @@ sanitize:
 run: release
 	@$(RELEASE)/velkor
 
+FUZZ_SMOKE ?= 15
+
 test: release sanitize
 	cd $(RELEASE) && ctest --output-on-failure -j $(JOBS)
 	cd $(SANITIZE) && ctest --output-on-failure -j $(JOBS)
+	bash tests/fuzz/run.sh $(FUZZ_SMOKE)
+
+# The fuzz targets for as long as asked: make fuzz FUZZ_SECONDS=600
+FUZZ_SECONDS ?= 300
+fuzz:
+	bash tests/fuzz/run.sh $(FUZZ_SECONDS)
 
 # Perft speed against Debian's stockfish on the same machine.
 bench-perft: release

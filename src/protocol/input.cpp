@@ -14,7 +14,8 @@ char input_line[INPUT_SIZE];
 
 namespace {
 
-char buffer[65536];
+char storage[65536];
+const char* buffer = storage;  // bytes taken from the system (or given in memory)
 size_t buffer_pos = 0, buffer_len = 0;
 bool input_ended = false;
 
@@ -23,12 +24,13 @@ int next_byte() {
     if (buffer_pos == buffer_len) {
         if (input_ended) return EOF;
         ssize_t n;
-        do n = read(0, buffer, sizeof buffer);
+        do n = read(0, storage, sizeof storage);
         while (n < 0 && errno == EINTR);
         if (n <= 0) {
             input_ended = true;
             return EOF;
         }
+        buffer = storage;
         buffer_pos = 0;
         buffer_len = size_t(n);
     }
@@ -36,6 +38,13 @@ int next_byte() {
 }
 
 }  // namespace
+
+void input_from_memory(const char* text, size_t size) {
+    buffer = text;
+    buffer_pos = 0;
+    buffer_len = size;
+    input_ended = true;
+}
 
 bool read_line() {
     for (;;) {

@@ -15,6 +15,9 @@ extern char input_line[INPUT_SIZE];
 // Returns false once the input has ended with no line left to hand out.
 bool read_line();
 
+// From now on the input is this text, then its end (for fuzzing the loop).
+void input_from_memory(const char* text, size_t size);
+
 // Clears what lives for one search.
 void reset_search();
 
@@ -32,6 +35,13 @@ void go_limits();
 
 // The draw test, then the search with the limits already set.
 void run_search();
+
+// Start-up: banner, weights, attack tables, hash table, start position.
+// Returns false when the engine cannot run.
+bool start_engine(int argc, char** argv);
+
+// Reads and carries out commands until quit or the end of input.
+void command_loop();
 
 // Start-up and the command loop; returns the process's exit status.
 int run_engine(int argc, char** argv);

@@ -133,7 +133,7 @@ void reset_search() {
     memset(root_nodes, 0, sizeof root_nodes);
 }
 
-int run_engine(int argc, char** argv) {
+bool start_engine(int argc, char** argv) {
     printf("%s ('quit' to exit)\n", ENGINE_NAME);
     fflush(stdout);
     setvbuf(stdout, nullptr, _IONBF, 0);
@@ -143,15 +143,24 @@ int run_engine(int argc, char** argv) {
         if (const char* marker = strstr(argv[1], "-pbil=")) load_genes(marker + 6);
     if (init_magics(0) != 0) {
         printf("info string Cannot build the attack tables\n");
-        return 1;
+        return false;
     }
     tt_resize(128);
     set_startpos();
     reset_search();
-    // The end of input counts as quit: a last line without a line end has
-    // been carried out by then.
+    return true;
+}
+
+// The end of input counts as quit: a last line without a line end has been
+// carried out by then.
+void command_loop() {
     while (read_line())
         if (!dispatch()) break;
+}
+
+int run_engine(int argc, char** argv) {
+    if (!start_engine(argc, argv)) return 1;
+    command_loop();
     tt_free();
     return 0;
 }

@@ -33,7 +33,11 @@ export async function runCompliance(cfg, { onCheck = () => {} } = {}) {
     engine.start();
     await engine.handshake();
   };
-  const fails = (e) => (e instanceof EngineFailure ? `${e.kind}: ${e.message}` : String(e));
+  // Describes a failure; the engine is killed so the next step starts afresh.
+  const fails = (e) => {
+    engine.kill();
+    return e instanceof EngineFailure ? `${e.kind}: ${e.message}` : String(e);
+  };
 
   // uci
   engine.start();
@@ -88,6 +92,7 @@ export async function runCompliance(cfg, { onCheck = () => {} } = {}) {
       await engine.sync();
     } catch (e) {
       check(`${name}: legal bestmove`, false, `${fails(e)} (after "${posCmd}")`);
+      check(`${name}: answered within the clock`, false, 'no bestmove');
       return;
     }
     const legal = playUci(new Chess(chess.fen()), s.best);

@@ -80,7 +80,7 @@ export async function search(engine, posCmd, goCmd, remainingMs, stallMarginMs) 
 export async function playGame(job, hooks = {}) {
   const t0 = performance.now();
   const sides = { w: job.white, b: job.black };
-  const failures = [];
+  const failures = [...(hooks.initialFailures ?? [])];
   const fail = (c, kind, detail, ply) => {
     failures.push({ engine: sides[c].cfg.name, isVelkor: !!sides[c].cfg.isVelkor, colour: c, kind, detail, ply });
   };

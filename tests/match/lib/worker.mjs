@@ -14,14 +14,20 @@ function track(engine) {
   return engine;
 }
 
-// Returns a running, handshaken engine for cfg, or throws EngineFailure.
+// Returns { engine, died } with a running, handshaken engine for cfg, or
+// throws EngineFailure. `died` tells why the engine kept from an earlier game
+// was found dead (a crash between games), else null.
 async function engineFor(cfg) {
   let e = engines.get(cfg.key);
   if (e && e.alive) {
     e.log = transcript;
-    return e;
+    return { engine: e, died: null };
   }
-  if (e) await e.kill();
+  let died = null;
+  if (e) {
+    died = e.exitText || 'not running';
+    await e.kill();
+  }
   e = track(new UciEngine(cfg));
   engines.set(cfg.key, e);
   e.log = transcript;
@@ -33,17 +39,22 @@ async function engineFor(cfg) {
     engines.delete(cfg.key);
     throw err;
   }
-  return e;
+  return { engine: e, died };
 }
 
 async function runGame(job) {
   transcript = [];
   const handles = {};
+  const initialFailures = [];
   // Start (or reuse) both engines; a failure here loses the game.
   for (const c of ['w', 'b']) {
     const cfg = c === 'w' ? job.whiteCfg : job.blackCfg;
     try {
-      handles[c] = { engine: await engineFor(cfg), cfg };
+      const { engine, died } = await engineFor(cfg);
+      handles[c] = { engine, cfg };
+      if (died) {
+        initialFailures.push({ engine: cfg.name, isVelkor: !!cfg.isVelkor, colour: c, kind: 'crash', detail: `found dead after the previous game (${died}); restarted`, ply: 0 });
+      }
     } catch (err) {
       if (!(err instanceof EngineFailure)) throw err;
       // The game is still played out (and lost) through a stand-in that
@@ -59,6 +70,7 @@ async function runGame(job) {
     {
       onPv: (batch) => parentPort.postMessage({ type: 'pv', gameNo: job.gameNo, batch }),
       transcript: () => transcript,
+      initialFailures,
     },
   );
   // An engine that stalled is killed; one that crashed is gone. Both are
