@@ -137,7 +137,7 @@ export async function runCompliance(cfg, { onCheck = () => {} } = {}) {
       const of = (kind) => res.failures.filter((f) => f.kind === kind).map((f) => f.detail).join(' | ');
       check(`${name}: all moves legal`, !of('illegal'), of('illegal'));
       check(`${name}: no time forfeit`, !of('timeForfeit'), of('timeForfeit'));
-      check(`${name}: no crash or stall`, !of('crash') && !of('stall'), `${of('crash')} ${of('stall')}`);
+      check(`${name}: no crash or stall`, !of('crash') && !of('stall'), `${of('crash')} ${of('stall')}`.trim());
       check(`${name}: every pv legal`, pvBad.length === 0, pvBad.slice(0, 3).map((b) => `ply ${b.ply}: move ${b.index + 1} "${b.move}" in "${b.line}"`).join(' | '));
       check(`${name}: 8 moves played`, res.plies >= 10 || res.termination === 'normal', `ended after ${res.plies} plies: ${res.reason}`);
     } catch (e) {
