@@ -1,12 +1,13 @@
 # Two builds: release (-O3, LTO) and sanitize (AddressSanitizer + UBSan,
 # assertions and the make/unmake invariant check on). `make test` runs the
-# whole suite against both, then a short run of each fuzz target (clang).
+# whole suite against both, then a short run of each fuzz target (clang) and
+# a few games against other engines.
 BUILD   ?= build
 JOBS    ?= $(shell nproc 2>/dev/null || echo 2)
 RELEASE := $(BUILD)/release
 SANITIZE := $(BUILD)/sanitize
 
-.PHONY: all run test release sanitize fuzz bench-perft bench-eval bench-search check-valgrind clean
+.PHONY: all run test release sanitize fuzz soak bench-perft bench-eval bench-search check-valgrind clean
 
 all: release
 
@@ -27,6 +28,18 @@ test: release sanitize
 	cd $(RELEASE) && ctest --output-on-failure -j $(JOBS)
 	cd $(SANITIZE) && ctest --output-on-failure -j $(JOBS)
 	bash tests/fuzz/run.sh $(FUZZ_SMOKE)
+	bash tests/match/setup.sh
+	node tests/match/match.mjs --engine $(RELEASE)/velkor --games 4 --tc 2+0.02 --concurrency 2 \
+		--pgn $(BUILD)/match/smoke.pgn --seed 1
+
+# Many games against glaurung, toga2 and stockfish: make soak GAMES=500 TC=2+0.02
+GAMES ?= 100
+TC ?= 2+0.02
+SEED ?= 1
+soak: release
+	bash tests/match/setup.sh
+	node tests/match/match.mjs --engine $(RELEASE)/velkor --games $(GAMES) --tc $(TC) --concurrency $(JOBS) \
+		--pgn $(BUILD)/match/soak.pgn --seed $(SEED)
 
 # The fuzz targets for as long as asked: make fuzz FUZZ_SECONDS=600
 FUZZ_SECONDS ?= 300
