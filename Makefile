@@ -28,8 +28,8 @@ test: release sanitize
 	cd $(RELEASE) && ctest --output-on-failure -j $(JOBS)
 	cd $(SANITIZE) && ctest --output-on-failure -j $(JOBS)
 	bash tests/fuzz/run.sh $(FUZZ_SMOKE)
-	bash tests/match/setup.sh
-	node tests/match/match.mjs --engine $(RELEASE)/velkor --games 4 --tc 2+0.02 --concurrency 2 \
+	bash tools/match/setup.sh
+	node tools/match/match.mjs --engine $(RELEASE)/velkor --games 4 --tc 2+0.02 --concurrency 2 \
 		--pgn $(BUILD)/match/smoke.pgn --seed 1
 
 # Many games against glaurung, toga2 and stockfish: make soak GAMES=500 TC=2+0.02
@@ -37,8 +37,8 @@ GAMES ?= 100
 TC ?= 2+0.02
 SEED ?= 1
 soak: release
-	bash tests/match/setup.sh
-	node tests/match/match.mjs --engine $(RELEASE)/velkor --games $(GAMES) --tc $(TC) --concurrency $(JOBS) \
+	bash tools/match/setup.sh
+	node tools/match/match.mjs --engine $(RELEASE)/velkor --games $(GAMES) --tc $(TC) --concurrency $(JOBS) \
 		--pgn $(BUILD)/match/soak.pgn --seed $(SEED)
 
 # The fuzz targets for as long as asked: make fuzz FUZZ_SECONDS=600
@@ -64,5 +64,5 @@ clean:
 # The command battery and the transcripts under valgrind memcheck; any error fails.
 VALGRIND := valgrind -q --error-exitcode=99 --leak-check=full --errors-for-leak-kinds=definite
 check-valgrind: release
-	@command -v valgrind >/dev/null || apt-get install -y -qq valgrind >/dev/null
+	@command -v valgrind >/dev/null || (apt-get update -qq && apt-get install -y -qq valgrind >/dev/null)
 	cd $(RELEASE) && VELKOR_WRAPPER="$(VALGRIND)" ./tests/velkor_tests --gtest_filter='Sessions.Battery:Sessions.Transcripts:Sessions.EndOfInput:Sessions.LongLines'

@@ -7,7 +7,7 @@ STOCKFISH=${STOCKFISH:-/usr/games/stockfish}
 
 if [ ! -x "$STOCKFISH" ]; then
     echo "installing Debian's stockfish for the comparison" >&2
-    apt-get install -y -qq stockfish >/dev/null
+    apt-get update -qq && apt-get install -y -qq stockfish >/dev/null
 fi
 
 now_ns() { date +%s%N; }

@@ -8,7 +8,7 @@ ETHEREAL=${ETHEREAL:-/usr/games/ethereal-chess}
 
 if [ ! -x "$ETHEREAL" ]; then
     echo "installing Debian's ethereal-chess for the comparison" >&2
-    apt-get install -y -qq ethereal-chess >/dev/null
+    apt-get update -qq && apt-get install -y -qq ethereal-chess >/dev/null
 fi
 
 POSITIONS=(

@@ -23,7 +23,7 @@ const OPPONENTS = {
   ethereal: { name: 'Ethereal', path: '/usr/games/ethereal-chess', options: [['Threads', 1], ['Hash', 16]] },
 };
 
-const USAGE = `usage: node tests/match/match.mjs [options]
+const USAGE = `usage: node tools/match/match.mjs [options]
 
   --engine PATH          Velkor binary (default: build/release/velkor in the repository)
   --games N              number of games (default 8); openings are played in pairs,
@@ -36,7 +36,7 @@ const USAGE = `usage: node tests/match/match.mjs [options]
   --concurrency N        games played at once, each with its own engines (default 2)
   --pgn FILE             PGN output (default build/match/games.pgn in the repository)
   --log-dir DIR          transcripts of games with a failure (default: <pgn dir>/logs)
-  --openings FILE        opening lines (default tests/match/openings.txt)
+  --openings FILE        opening lines (default tools/match/openings.txt)
   --seed N               order of the openings (default 1)
   --max-plies N          a game reaching N plies is adjudicated a draw (default 300)
   --resign-moves N       resign adjudication: both engines' last N scores agree that one
