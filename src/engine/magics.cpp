@@ -1,5 +1,7 @@
 #include "engine/magics.h"
 
+#include "engine/geometry.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -52,8 +54,8 @@ bitboard bishop_table[64][512];
 
 namespace {
 
-constexpr int rook_dirs[4][2] = {{1, 0}, {-1, 0}, {0, 1}, {0, -1}};
-constexpr int bishop_dirs[4][2] = {{1, 1}, {1, -1}, {-1, 1}, {-1, -1}};
+using geometry_detail::bishop_dirs;
+using geometry_detail::rook_dirs;
 
 // Everything one slider kind needs: its directions, its arrays, its block size.
 struct slider_t {

@@ -11,13 +11,6 @@ namespace {
 constexpr bitboard RANK_2 = 0xFF00ULL;
 constexpr bitboard RANK_7 = 0xFF000000000000ULL;
 
-// The type of whatever stands on the square, tested in order PAWN..KING.
-inline int piece_on(bitboard square) {
-    for (int piece = PAWN; piece < KING; ++piece)
-        if ((white.pieces[piece] | black.pieces[piece]) & square) return piece;
-    return KING;
-}
-
 // Three squares on one rank, file or diagonal.
 inline bool on_line(int a, int b, int c) { return (line_bits[a] & line_bits[b] & line_bits[c]) != 0; }
 

@@ -12,13 +12,6 @@ constexpr const char* RANKS = "12345678";
 constexpr const char* PROMOTION_LETTERS = "??nbrq?";
 constexpr const char* PIECE_LETTERS = "?PNBRQK";
 
-// The type of whatever stands on the square, either colour, or 0.
-int piece_at(int square) {
-    for (int piece = PAWN; piece <= KING; ++piece)
-        if ((white.pieces[piece] | black.pieces[piece]) & square_bit(square)) return piece;
-    return NO_PIECE;
-}
-
 // The word a coordinate token names, built from the board, or 0 when the
 // token is malformed or its from-square is empty.
 move_t word_from_text(const char* token) {
@@ -31,9 +24,9 @@ move_t word_from_text(const char* token) {
     if (!f1 || !r1 || !f2 || !r2) return 0;
     const int from = int(f1 - FILES) + 8 * int(r1 - RANKS);
     const int to = int(f2 - FILES) + 8 * int(r2 - RANKS);
-    const int moved = piece_at(from);
+    const int moved = piece_on(square_bit(from));
     if (moved == NO_PIECE) return 0;
-    int captured = piece_at(to);
+    int captured = piece_on(square_bit(to));
     if (captured == NO_PIECE && moved == PAWN && file_of(from) != file_of(to)) captured = PAWN;
     int promotion = 0;
     if (len == 5) {
@@ -110,7 +103,7 @@ int write_fen(char* out) {
         int empty = 0;
         for (int file = 0; file < 8; ++file) {
             const int square = 8 * rank + file;
-            const int piece = piece_at(square);
+            const int piece = piece_on(square_bit(square));
             if (piece == NO_PIECE) {
                 ++empty;
                 continue;
@@ -162,7 +155,7 @@ void print_board() {
         for (int file = 0; file < 8; ++file) {
             const int square = 8 * rank + file;
             const char shade = (rank + file) % 2 == 1 ? char(0xB0) : ' ';
-            const int piece = piece_at(square);
+            const int piece = piece_on(square_bit(square));
             char letter = shade;
             if (piece != NO_PIECE) letter = (white.pieces[0] & square_bit(square) ? ".PNBRQK" : ".pnbrqk")[piece];
             putchar(shade);

@@ -68,6 +68,14 @@ inline uint64_t castling_key(bitboard word) {
     return key;
 }
 
+// The type of whatever stands on the square, either colour, tested in the
+// order PAWN..KING; NO_PIECE on an empty square.
+inline int piece_on(bitboard square) {
+    for (int piece = PAWN; piece <= KING; ++piece)
+        if ((white.pieces[piece] | black.pieces[piece]) & square) return piece;
+    return NO_PIECE;
+}
+
 // The key of the current position computed from nothing.
 uint64_t position_key();
 
