@@ -65,4 +65,4 @@ clean:
 VALGRIND := valgrind -q --error-exitcode=99 --leak-check=full --errors-for-leak-kinds=definite
 check-valgrind: release
 	@command -v valgrind >/dev/null || (apt-get update -qq && apt-get install -y -qq valgrind >/dev/null)
-	cd $(RELEASE) && VELKOR_WRAPPER="$(VALGRIND)" ./tests/velkor_tests --gtest_filter='Sessions.Battery:Sessions.Transcripts:Sessions.EndOfInput:Sessions.LongLines'
+	cd $(RELEASE) && VELKOR_WRAPPER="$(VALGRIND)" ./tests/velkor_tests --gtest_filter='Sessions.Battery:Sessions.Transcripts'

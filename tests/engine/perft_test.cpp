@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
-#include <fstream>
+#include <cstdlib>
+#include <cstring>
 #include <sstream>
 #include <string>
 
@@ -9,30 +10,21 @@
 
 using namespace velkor;
 
-namespace {
-
-// Depths whose totals exceed this are left to the long perft run.
-constexpr uint64_t LEAF_BUDGET = 6000000;
-
-}  // namespace
-
-// Every position of the data file at every depth within the budget.
+// Every position of perft.epd at every depth whose total is within the leaf
+// budget: 6 million, or VELKOR_PERFT_LEAVES (make perft-long counts them all).
 TEST(Perft, TotalsFromDataFile) {
-    std::ifstream file(VELKOR_TEST_DATA "/perft.epd");
-    ASSERT_TRUE(file.good());
-    std::string line;
+    const char* budget_text = getenv("VELKOR_PERFT_LEAVES");
+    const uint64_t budget = budget_text ? std::stoull(budget_text) : 6000000;
     int counted = 0;
-    while (std::getline(file, line)) {
-        if (line.empty() || line[0] == '#') continue;
-        const std::string fen = line.substr(0, line.find(';'));
-        test::load(fen.c_str());
-        std::istringstream fields(line.substr(line.find(';')));
-        std::string depth_field;
-        uint64_t expected = 0;
-        while (fields >> depth_field >> expected) {
-            const int depth = std::stoi(depth_field.substr(2));
-            if (expected > LEAF_BUDGET) continue;
-            EXPECT_EQ(perft_count(0, depth - 1), expected) << fen << " depth " << depth;
+    for (const auto& r : test::records("perft.epd")) {
+        test::load(r[0].c_str());
+        for (size_t i = 1; i < r.size(); ++i) {
+            std::istringstream field(r[i].substr(1));
+            int depth = 0;
+            uint64_t expected = 0;
+            field >> depth >> expected;
+            if (expected > budget) continue;
+            EXPECT_EQ(perft_count(0, depth - 1), expected) << r[0] << " depth " << depth;
             EXPECT_EQ(board.ply, 0);
             ++counted;
         }
@@ -40,27 +32,62 @@ TEST(Perft, TotalsFromDataFile) {
     EXPECT_GT(counted, 100);
 }
 
-TEST(Perft, PrintsALinePerRootMove) {
-    set_startpos();
-    auto lines = test::split_lines(test::capture_stdout([] { EXPECT_EQ(perft(2), 400u); }));
-    ASSERT_EQ(lines.size(), 21u);
-    EXPECT_EQ(lines[0], "a2a3: 20");
-    EXPECT_EQ(lines[19], "g1h3: 20");
-    EXPECT_EQ(lines[20].substr(0, 13), "400 nodes in ");
-    // Promotions get a line each, queen first; a mating move counts 0 below it.
-    test::load("7k/4P3/6K1/8/8/8/8/8 w - - 0 1");
-    lines = test::split_lines(test::capture_stdout([] { perft(2); }));
-    EXPECT_EQ(lines[0], "e7e8q: 0");
-    EXPECT_EQ(lines[1], "e7e8r: 0");
-    EXPECT_EQ(lines[2], "e7e8b: 1");
-    EXPECT_EQ(lines[3], "e7e8n: 1");
-    // Mate at the root: an empty line at depth 1, the closing line alone deeper.
-    test::load("R5k1/5ppp/8/8/8/8/8/6K1 b - - 0 1");
-    lines = test::split_lines(test::capture_stdout([] { perft(1); }));
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_EQ(lines[0], "");
-    EXPECT_TRUE(lines[1].starts_with("0 nodes in ") && lines[1].ends_with(" ms, speed = 0 nodes/s")) << lines[1];
-    lines = test::split_lines(test::capture_stdout([] { perft(3); }));
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_TRUE(lines[0].starts_with("0 nodes in ")) << lines[0];
+namespace {
+
+// An independent slider: walk each direction square by square.
+bitboard walk(int square, bitboard occupancy, bool rook) {
+    static const int dirs[2][4][2] = {{{1, 1}, {1, -1}, {-1, 1}, {-1, -1}}, {{1, 0}, {-1, 0}, {0, 1}, {0, -1}}};
+    bitboard set = 0;
+    for (const auto& d : dirs[rook])
+        for (int r = square / 8 + d[0], f = square % 8 + d[1]; r >= 0 && r < 8 && f >= 0 && f < 8; r += d[0], f += d[1]) {
+            set |= 1ULL << (8 * r + f);
+            if (occupancy & (1ULL << (8 * r + f))) break;
+        }
+    return set;
+}
+
+// Every square, many occupancies of varied density, against the walk.
+void expect_lookups_match_walk() {
+    uint64_t seed = 0x9E3779B97F4A7C15ULL;
+    auto next = [&] { return seed ^= seed << 13, seed ^= seed >> 7, seed ^= seed << 17; };
+    for (int square = 0; square < 64; ++square)
+        for (int i = 0; i < 300; ++i) {
+            const bitboard occ = next() & next() & (i % 3 ? next() : ~0ULL);
+            ASSERT_EQ(rook_attacks(occ, square), walk(square, occ, true)) << square << " " << occ;
+            ASSERT_EQ(bishop_attacks(occ, square), walk(square, occ, false)) << square << " " << occ;
+        }
+}
+
+}  // namespace
+
+TEST(Magics, LookupsMatchAWalk) {
+    expect_lookups_match_walk();
+    long rook_slots = 0, bishop_slots = 0;
+    for (int s = 0; s < 64; ++s) {
+        rook_slots += 1L << (64 - rook_shifts[s]);
+        bishop_slots += 1L << (64 - bishop_shifts[s]);
+    }
+    EXPECT_EQ(rook_slots, 102400);
+    EXPECT_EQ(bishop_slots, 5248);
+}
+
+// A fresh search (seeded by the calendar time) prints both sets and yields
+// tables that agree with the walk; the stored multipliers are put back after.
+TEST(Magics, RegeneratedMultipliersServeEqually) {
+    uint64_t stored[2][64];
+    memcpy(stored[0], rook_magics, sizeof rook_magics);
+    memcpy(stored[1], bishop_magics, sizeof bishop_magics);
+    const auto lines = test::split_lines(test::capture_stdout([] { ASSERT_EQ(init_magics(1), 0); }));
+    const uint64_t first_rook = rook_magics[0];
+    ASSERT_EQ(lines.size(), 4u);
+    EXPECT_EQ(lines[0], "Magic numbers for rooks :");
+    EXPECT_EQ(lines[2], "Magic numbers for bishops :");
+    for (int i : {1, 3})
+        for (int k = 0; k < 64; ++k) EXPECT_EQ(lines[i].substr(20 * k + 18, 2), ", ");
+    EXPECT_EQ(strtoull(lines[1].c_str(), nullptr, 16), first_rook);
+    expect_lookups_match_walk();
+    if (HasFailure()) ADD_FAILURE() << "with these multipliers:\n" << lines[1] << "\n" << lines[3];
+    memcpy(rook_magics, stored[0], sizeof rook_magics);
+    memcpy(bishop_magics, stored[1], sizeof bishop_magics);
+    ASSERT_EQ(init_magics(0), 0);
 }

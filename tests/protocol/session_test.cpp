@@ -13,7 +13,8 @@
 //
 // Battery files (battery/*.txt) have the same form without expected lines:
 // every session must end cleanly, say nothing on standard error (where the
-// sanitizers and valgrind report), and answer every search with one bestmove.
+// sanitizers and valgrind report), and print as many bestmove lines as its
+// "bestmoves N" line says.
 #include <gtest/gtest.h>
 
 #include <dirent.h>
@@ -26,6 +27,8 @@
 
 #include "support/support.h"
 
+using velkor::test::AWAIT_BESTMOVE;
+using velkor::test::PAUSE;
 using velkor::test::run_engine_process;
 using velkor::test::split_lines;
 
@@ -36,22 +39,20 @@ struct session_t {
     std::vector<std::string> expected;  // a null byte alone stands for a skipped line
     std::vector<std::string> args;
     int status = 0;
+    int bestmoves = 0;
 };
 
 const std::string SKIPPED(1, '\0');
 
 std::string unescape(const std::string& text) {
     std::string out;
-    for (size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '\\' && i + 1 < text.size() && (text[i + 1] == 't' || text[i + 1] == 'r')) {
+    for (size_t i = 0; i < text.size(); ++i)
+        if (text[i] == '\\' && i + 1 < text.size() && (text[i + 1] == 't' || text[i + 1] == 'r'))
             out += text[++i] == 't' ? '\t' : '\r';
-        } else if (text[i] == '\\' && i + 3 < text.size() && text[i + 1] == 'x') {
-            out += char(std::stoi(text.substr(i + 2, 2), nullptr, 16));
-            i += 3;
-        } else {
+        else if (text[i] == '\\' && i + 3 < text.size() && text[i + 1] == 'x')
+            out += char(std::stoi(text.substr(i + 2, 2), nullptr, 16)), i += 3;
+        else
             out += text[i];
-        }
-    }
     return out;
 }
 
@@ -80,7 +81,7 @@ std::vector<session_t> load_sessions(const std::string& folder) {
         std::ifstream in(dir + "/" + file);
         for (std::string line; std::getline(in, line);) {
             if (line.starts_with("=== ")) {
-                sessions.push_back({file, line.substr(4), "", {}, {}, 0});
+                sessions.push_back({file, line.substr(4), "", {}, {}, 0, 0});
                 sessions.back().expected = {"Velkor 0.3.0 x64 (popcnt) ('quit' to exit)",
                                             "info debug Support of popcnt instruction : *"};
             } else if (sessions.empty() || line.empty() || line[0] == '#') {
@@ -102,6 +103,8 @@ std::vector<session_t> load_sessions(const std::string& folder) {
                 for (std::string word; words >> word;) sessions.back().args.push_back(word);
             } else if (line.starts_with("exit ")) {
                 sessions.back().status = std::stoi(line.substr(5));
+            } else if (line.starts_with("bestmoves ")) {
+                sessions.back().bestmoves = std::stoi(line.substr(10));
             }
         }
     }
@@ -121,105 +124,35 @@ void expect_output(const std::vector<std::string>& expected, const std::string& 
     }
 }
 
+std::vector<std::string> lines_starting(const std::string& out, const std::string& prefix) {
+    std::vector<std::string> found;
+    for (const std::string& line : split_lines(out))
+        if (line.starts_with(prefix)) found.push_back(line);
+    return found;
+}
+
 }  // namespace
 
-TEST(Sessions, Transcripts) {
-    const auto sessions = load_sessions("sessions");
-    ASSERT_GT(sessions.size(), 20u);
+// Every session ends with its status and says nothing on standard error; a
+// transcript prints its lines, a battery session its number of bestmoves.
+void run_sessions(const std::string& folder, size_t at_least) {
+    const auto sessions = load_sessions(folder);
+    ASSERT_GT(sessions.size(), at_least);
     for (const session_t& s : sessions) {
         const auto result = run_engine_process(s.input, s.args);
         const std::string where = s.file + ": " + s.name;
         EXPECT_FALSE(result.timed_out) << where;
-        EXPECT_EQ(result.status, s.status) << where;
-        EXPECT_EQ(result.err, "") << where;
-        expect_output(s.expected, result.out, where);
-    }
-}
-
-// The lines of a session that start a search: those that hold "go" and that
-// no earlier row of the dispatch takes.
-int searches_in(const std::string& input) {
-    int searches = 0;
-    std::string line;
-    for (char c : input + "\n") {
-        if (c != '\n') {
-            line += c == '\t' ? ' ' : c;
-            continue;
-        }
-        std::istringstream words(line.substr(0, line.find('\0')));  // the engine reads up to a NUL
-        std::string folded, word;
-        while (words >> word) folded += (folded.empty() ? "" : " ") + word;
-        line.clear();
-        if (folded == "stop" || folded == "uci" || folded == "isready" || folded == "ucinewgame" ||
-            folded.find("setoption") != std::string::npos || folded.find("position startpos") != std::string::npos ||
-            folded.find("position fen ") != std::string::npos)
-            continue;
-        if (folded.find("go") != std::string::npos) ++searches;
-        if (folded == "bench") searches += 4;
-        if (folded == "quit") break;
-    }
-    return searches;
-}
-
-TEST(Sessions, Battery) {
-    const auto sessions = load_sessions("battery");
-    ASSERT_GT(sessions.size(), 10u);
-    for (const session_t& s : sessions) {
-        const auto result = run_engine_process(s.input, s.args, 60);
-        const std::string where = s.file + ": " + s.name;
-        EXPECT_FALSE(result.timed_out) << where;
         EXPECT_EQ(result.status, s.status) << where << "\n" << result.err.substr(0, 2000);
         EXPECT_EQ(result.err, "") << where;
-        size_t bestmoves = 0;
-        for (const std::string& line : split_lines(result.out)) bestmoves += line.starts_with("bestmove ");
-        EXPECT_EQ(bestmoves, size_t(searches_in(s.input))) << where;
+        if (folder == "battery")
+            EXPECT_EQ(lines_starting(result.out, "bestmove ").size(), size_t(s.bestmoves)) << where;
+        else
+            expect_output(s.expected, result.out, where);
     }
 }
 
-TEST(Sessions, EndOfInput) {
-    // A last line without a line end is still carried out, then the engine ends as after quit.
-    auto r = run_engine_process("isready");
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(split_lines(r.out).back(), "readyok");
-    r = run_engine_process("");
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(split_lines(r.out).size(), 3u);
-    // Lines after quit are never read.
-    r = run_engine_process("quit\nisready\n");
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out.find("readyok"), std::string::npos);
-}
-
-TEST(Sessions, LongLines) {
-    const std::string warning = "info buffer Warning: input is too long and will be truncated (max = 8192 bytes)";
-    // 8190 bytes pass untouched.
-    auto r = run_engine_process(std::string(8190, 'x') + "\n");
-    auto lines = split_lines(r.out);
-    ASSERT_EQ(lines.size(), 4u);
-    EXPECT_EQ(lines[3], "Unknown command : '" + std::string(8190, 'x') + "'");
-    // The 8191st byte brings the warning even though nothing is lost.
-    r = run_engine_process(std::string(8191, 'x') + "\nisready\n");
-    lines = split_lines(r.out);
-    ASSERT_EQ(lines.size(), 6u);
-    EXPECT_EQ(lines[3], warning);
-    EXPECT_EQ(lines[4], "Unknown command : '" + std::string(8191, 'x') + "'");
-    EXPECT_EQ(lines[5], "readyok");
-    // Longer lines are cut at 8191 bytes; a blank at the cut is dropped.
-    r = run_engine_process(std::string(8190, 'y') + " tail that is thrown away\nisready\n");
-    lines = split_lines(r.out);
-    ASSERT_EQ(lines.size(), 6u);
-    EXPECT_EQ(lines[4], "Unknown command : '" + std::string(8190, 'y') + "'");
-    EXPECT_EQ(lines[5], "readyok");
-    // A truncated position command is still carried out with what it kept.
-    std::string game = "position startpos moves";
-    while (game.size() < 9000) game += " g1f3 g8f6 f3g1 f6g8";
-    r = run_engine_process(game + "\nperft 1\n");
-    lines = split_lines(r.out);
-    ASSERT_GE(lines.size(), 5u);
-    EXPECT_EQ(lines[3], warning);
-    EXPECT_EQ(lines[4], "info string Illegal move: g8");  // the cut token
-    EXPECT_EQ(lines[5].substr(0, 10), "a7a5 a7a6 ");  // 1633 moves played: black to move
-}
+TEST(Sessions, Transcripts) { run_sessions("sessions", 20); }
+TEST(Sessions, Battery) { run_sessions("battery", 10); }
 
 #if !defined(__SANITIZE_ADDRESS__)
 // Under tight memory: no room for the attack tables ends the engine with one
@@ -252,3 +185,42 @@ TEST(Sessions, TightMemory) {
     EXPECT_GT(halved, 0);
 }
 #endif
+
+// Searches: no test here depends on how fast the machine is.
+// A fixed time: reports with a lower bound while an iteration runs, and one answer.
+TEST(Sessions, MoveTime) {
+    const auto r = run_engine_process("position startpos moves e2e4\ngo movetime 400\n");
+    ASSERT_EQ(r.status, 0);
+    const auto best = lines_starting(r.out, "bestmove ");
+    ASSERT_EQ(best.size(), 1u);
+    EXPECT_EQ(best[0].size(), 13u) << best[0];
+    EXPECT_NE(r.out.find(" lowerbound pv "), std::string::npos);
+}
+
+// A waiting line ends the search: the bestmove comes first, then the line's answer.
+TEST(Sessions, StopAndIsreadyDuringInfinite) {
+    for (const char* line : {"stop\nisready\n", "isready\n"}) {
+        const auto lines = split_lines(run_engine_process(std::string("go infinite\n") + PAUSE + line).out);
+        ASSERT_GE(lines.size(), 5u);
+        EXPECT_EQ(lines[lines.size() - 3].substr(0, 11), "info score ");
+        EXPECT_EQ(lines[lines.size() - 2].substr(0, 9), "bestmove ");
+        EXPECT_EQ(lines.back(), "readyok");
+    }
+}
+
+// The bench signature: the same count in every build and on every run (twice
+// in one process here, where the sanitizers do not slow it down).
+TEST(Sessions, BenchSignature) {
+#if defined(__SANITIZE_ADDRESS__)
+    const int runs = 1;
+#else
+    const int runs = 2;
+#endif
+    std::string input;
+    for (int i = 0; i < runs; ++i) input += "bench\n" + std::string(4, AWAIT_BESTMOVE);
+    const auto r = run_engine_process(input, {}, 600);
+    ASSERT_FALSE(r.timed_out);
+    EXPECT_EQ(lines_starting(r.out, "17072933 nodes in ").size(), size_t(runs)) << r.out.substr(r.out.size() > 300 ? r.out.size() - 300 : 0);
+    EXPECT_EQ(lines_starting(r.out, "bestmove ").size(), 4u * runs);
+    EXPECT_EQ(lines_starting(r.out, "fen = ").size(), 4u * runs);
+}

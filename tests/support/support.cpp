@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <fstream>
 #include <cstdio>
 #include <cstdlib>
 #include <sstream>
@@ -24,6 +25,20 @@ void load(const char* fen) {
     set_fen(fen);
 }
 
+namespace {
+
+// Everything in a file from its start; closes it.
+std::string read_all(int fd) {
+    std::string text;
+    lseek(fd, 0, SEEK_SET);
+    char chunk[4096];
+    for (ssize_t n; (n = read(fd, chunk, sizeof chunk)) > 0;) text.append(chunk, size_t(n));
+    close(fd);
+    return text;
+}
+
+}  // namespace
+
 std::string capture_stdout(const std::function<void()>& fn) {
     fflush(stdout);
     char path[] = "/tmp/velkor-capture-XXXXXX";
@@ -34,28 +49,42 @@ std::string capture_stdout(const std::function<void()>& fn) {
     fflush(stdout);
     dup2(saved, 1);
     close(saved);
-    std::string text;
-    lseek(fd, 0, SEEK_SET);
-    char chunk[4096];
-    for (ssize_t n; (n = read(fd, chunk, sizeof chunk)) > 0;) text.append(chunk, size_t(n));
-    close(fd);
     unlink(path);
-    return text;
+    return read_all(fd);
 }
 
-std::vector<std::string> generated(unsigned mode) {
+std::string generated(unsigned mode) {
     update_checks();
     update_attacks();
     const int n = generate_moves(0, mode);
-    std::vector<std::string> moves;
-    for (int i = 0; i < n; ++i) moves.push_back(capture_stdout([&] { print_move(move_lists[0][i]); }));
+    std::string moves;
+    for (int i = 0; i < n; ++i)
+        moves += (i ? " " : "") + capture_stdout([&] { print_move(move_lists[0][i]); });
     return moves;
 }
 
+std::vector<std::vector<std::string>> records(const char* file) {
+    std::ifstream in(std::string(VELKOR_TEST_DATA "/") + file);
+    if (!in) throw std::runtime_error(std::string("no data file ") + file);
+    std::vector<std::vector<std::string>> out;
+    for (std::string line; std::getline(in, line);) {
+        if (line.empty() || line[0] == '#') continue;
+        out.emplace_back();
+        for (size_t start = 0, end = 0; end != std::string::npos; start = end + 1) {
+            end = line.find(';', start);
+            std::string field = line.substr(start, end == std::string::npos ? end : end - start);
+            field.erase(0, field.find_first_not_of(' '));
+            field.erase(field.find_last_not_of(' ') + 1);
+            out.back().push_back(field);
+        }
+    }
+    return out;
+}
+
 void random_games(int games, int plies, uint32_t seed, const std::function<void(int n)>& visit) {
-    for (const char* start : varied_starts)
+    for (const auto& start : records("varied.epd"))
         for (int game = 0; game < games; ++game) {
-            load(start);
+            load(start[0].c_str());
             for (int ply = 0; ply < plies; ++ply) {
                 update_checks();
                 update_attacks();
@@ -92,11 +121,7 @@ process_result run_engine_process(const std::string& input, const std::vector<st
         dup2(to_child[0], 0);
         dup2(from_child[1], 1);
         dup2(err_fd, 2);
-        close(to_child[0]);
-        close(to_child[1]);
-        close(from_child[0]);
-        close(from_child[1]);
-        close(err_fd);
+        for (int fd : {to_child[0], to_child[1], from_child[0], from_child[1], err_fd}) close(fd);
         std::vector<char*> argv;
         for (std::string& word : command) argv.push_back(word.data());
         argv.push_back(nullptr);
@@ -159,16 +184,11 @@ process_result run_engine_process(const std::string& input, const std::vector<st
             result.out.append(chunk, size_t(n));
         }
     }
-    result.milliseconds =
-        int(std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count());
     if (in_fd >= 0) close(in_fd);
     close(from_child[0]);
     int status = 0;
     waitpid(pid, &status, 0);
-    lseek(err_fd, 0, SEEK_SET);
-    char chunk[4096];
-    for (ssize_t n; (n = read(err_fd, chunk, sizeof chunk)) > 0;) result.err.append(chunk, size_t(n));
-    close(err_fd);
+    result.err = read_all(err_fd);
     result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return result;
 }

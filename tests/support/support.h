@@ -1,5 +1,5 @@
-// Helpers shared by the tests: loading positions, capturing what the engine
-// prints, and running the engine as a process.
+// Helpers shared by the tests: loading positions, reading reference data,
+// capturing what the engine prints, and running the engine as a process.
 #pragma once
 
 #include <cstdint>
@@ -16,32 +16,24 @@ void load(const char* fen);
 std::string capture_stdout(const std::function<void()>& fn);
 
 // The generated list of the current position in the engine's long display
-// form (check marks and captured pieces shown), one string a move.
-std::vector<std::string> generated(unsigned mode = 0);
+// form (check marks and captured pieces shown), moves separated by blanks.
+std::string generated(unsigned mode = 0);
 
-// Positions that between them hold every move kind: castling, en passant,
-// promotions, pins and checks.
-inline const char* const varied_starts[] = {
-    "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq - 0 1",
-    "r3k2r/p1ppqpb1/bn2pnp1/3PN3/1p2P3/2N2Q1p/PPPBBPPP/R3K2R w KQkq - 0 1",
-    "r3k2r/Pppp1ppp/1b3nbN/nP6/BBP1P3/q4N2/Pp1P2PP/R2Q1RK1 w kq - 0 1",
-    "8/2p5/3p4/KP5r/1R3p1k/8/4P1P1/8 w - - 0 1",
-    "n1n5/PPPk4/8/8/8/8/4Kppp/5N1N b - - 0 1",
-};
+// The records of a data file under tests/data: one a line, fields separated
+// by ';' and trimmed; blank lines and lines opening with '#' are skipped.
+std::vector<std::vector<std::string>> records(const char* file);
 
-// Plays `games` random games of at most `plies` moves from each of the
-// varied starts, always the same ones for a seed. At every position reached,
-// with the derived fields fresh and the n legal moves in move_lists[0],
-// visit(n) runs; then one of the moves is played. A game ends at mate,
-// stalemate or a draw.
+// Plays random games from each position of varied.epd, always the same ones
+// for a seed. At every position reached, with the derived fields fresh and
+// the n legal moves in move_lists[0], visit(n) runs; then one of the moves is
+// played. A game ends at mate, stalemate or a draw.
 void random_games(int games, int plies, uint32_t seed, const std::function<void(int n)>& visit);
 
 struct process_result {
     std::string out;
-    std::string err;       // what the engine, or a tool it runs under, wrote to standard error
-    int status = -1;       // exit status, or -1 if killed
+    std::string err;  // what the engine, or a tool it runs under, wrote to standard error
+    int status = -1;  // exit status, or -1 if killed
     bool timed_out = false;
-    int milliseconds = 0;  // from the start to the exit
 };
 
 // Runs the engine binary, writes input to it and closes its input, and
