@@ -7,7 +7,7 @@ JOBS    ?= $(shell nproc 2>/dev/null || echo 2)
 RELEASE := $(BUILD)/release
 SANITIZE := $(BUILD)/sanitize
 
-.PHONY: all run test release sanitize fuzz soak bench-perft bench-eval bench-search check-valgrind clean
+.PHONY: all run test release sanitize fuzz soak perft-long bench-perft bench-eval bench-search check-valgrind clean
 
 all: release
 
@@ -45,6 +45,10 @@ soak: release
 FUZZ_SECONDS ?= 300
 fuzz:
 	bash tests/fuzz/run.sh $(FUZZ_SECONDS)
+
+# Every perft total of tests/data/perft.epd; make test counts those up to 6 million.
+perft-long: release
+	cd $(RELEASE) && VELKOR_PERFT_LEAVES=18446744073709551615 ./tests/velkor_tests --gtest_filter='Perft.*'
 
 # Perft speed against Debian's stockfish on the same machine.
 bench-perft: release

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The bench command's time and speed, and beside it Debian's ethereal-chess
-# searching the same four positions for the same time each.
+# searching the same positions for the same time each.
 # Usage: bench/search.sh [path/to/velkor]
 set -euo pipefail
 VELKOR=${1:-build/release/velkor}
@@ -11,14 +11,9 @@ if [ ! -x "$ETHEREAL" ]; then
     apt-get update -qq && apt-get install -y -qq ethereal-chess >/dev/null
 fi
 
-POSITIONS=(
-    "2r1k2r/pq1p1ppp/1pbPpn2/8/2P2B2/P2B1P2/1PQ3PP/R3K2R b KQk - 2 16"
-    "1n1q1rk1/r3ppbp/p1p3p1/1p3b2/P1pP3B/1NP1PB2/5PPP/R2QR1K1 w - - 10 16"
-    "r2q2k1/pb3pp1/1p3n1p/2bpr3/8/2NBP3/PPQB1PPP/2RR2K1 w - - 0 16"
-    "r5k1/p2qp1bp/6p1/1pP3P1/2n1P3/1QP1B3/P3N1PP/R4K2 b - - 0 17"
-)
-
 out=$(printf 'bench\n' | "$VELKOR")  # nothing after bench: a waiting line would stop it
+# The positions are the engine's own: the FEN line of each board that bench shows.
+mapfile -t POSITIONS < <(echo "$out" | sed -n 's/^fen = //p')
 summary=$(echo "$out" | tail -n 1)
 # Time and nodes of each search: its last "info depth" line before its bestmove.
 mapfile -t velkor < <(echo "$out" | awk '
@@ -36,7 +31,7 @@ ethereal_run() {  # fen ms -> "ms nodes" of its last report
 echo "bench: $summary"
 printf '%-9s %10s %12s %12s %12s %12s %7s\n' position ms velkor_nodes velkor_nps ethereal_n ethereal_nps ratio
 vt=0; vn=0; et=0; en=0
-for i in 0 1 2 3; do
+for i in "${!POSITIONS[@]}"; do
     read -r ms nodes <<<"${velkor[$i]}"
     budget=$(( ms < 100 ? 100 : ms ))
     read -r ems enodes <<<"$(ethereal_run "${POSITIONS[$i]}" "$budget")"

@@ -4,8 +4,8 @@ namespace velkor {
 
 namespace {
 
-constexpr bitboard NOT_H_FILE = 0x7f7f7f7f7f7f7f7fULL;
-constexpr bitboard NOT_A_FILE = 0xfefefefefefefefeULL;
+constexpr bitboard NOT_H_FILE = ~file_masks[7];
+constexpr bitboard NOT_A_FILE = ~file_masks[0];
 
 // Attacks of one side under the present occupancy; pawns go by two shifts of the whole set.
 void side_attacks(side_t& side) {

@@ -17,10 +17,6 @@ inline uint64_t clock_us() {
 // Whole milliseconds since a reading of clock_us.
 inline uint64_t ms_since(uint64_t start_us) { return (clock_us() - start_us) / 1000; }
 
-}  // namespace velkor
-
-namespace velkor {
-
 // Nodes per second as the engine prints it: whole nodes per millisecond,
 // times 1000, so always a multiple of 1000; 0 when no millisecond has passed.
 constexpr uint64_t speed_nps(uint64_t nodes, uint64_t ms) { return ms == 0 ? 0 : nodes / ms * 1000; }

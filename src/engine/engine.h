@@ -6,6 +6,7 @@
 
 #include "engine/clock.h"
 #include "engine/geometry.h"
+#include "engine/input.h"
 #include "engine/magics.h"
 #include "engine/movegen.h"
 #include "engine/notation.h"

@@ -76,6 +76,9 @@ inline constexpr auto file_masks = [] {
     return t;
 }();
 
+// The squares of a rank, 0 (the first) to 7.
+constexpr bitboard rank_mask(int rank) { return 0xFFULL << (8 * rank); }
+
 inline constexpr auto adjacent_files = [] {
     std::array<bitboard, 8> t{};
     for (int f = 0; f < 8; ++f) t[f] = (f > 0 ? file_masks[f - 1] : 0) | (f < 7 ? file_masks[f + 1] : 0);

@@ -8,8 +8,8 @@ move_t move_lists[MAX_DEPTH][MAX_MOVES];
 
 namespace {
 
-constexpr bitboard RANK_2 = 0xFF00ULL;
-constexpr bitboard RANK_7 = 0xFF000000000000ULL;
+constexpr bitboard RANK_2 = rank_mask(1);
+constexpr bitboard RANK_7 = rank_mask(6);
 
 // Three squares on one rank, file or diagonal.
 inline bool on_line(int a, int b, int c) { return (line_bits[a] & line_bits[b] & line_bits[c]) != 0; }

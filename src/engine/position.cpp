@@ -169,7 +169,7 @@ const char* fen_error(const char* text) {
             return reason;
         }
     }
-    if ((w.pieces[PAWN] | b.pieces[PAWN]) & 0xFF000000000000FFULL) return "a pawn stands on the first or last rank";
+    if ((w.pieces[PAWN] | b.pieces[PAWN]) & (rank_mask(0) | rank_mask(7))) return "a pawn stands on the first or last rank";
 
     const bool white_to_move = scratch.side[0] == 'w';
     const side_t& waiting = white_to_move ? b : w;

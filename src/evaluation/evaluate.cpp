@@ -33,7 +33,7 @@ int32_t material_balance() { return board.turn->material - board.turn->opponent-
 // no man but this side's rooks stands.
 int32_t rook_score(const side_t& side) {
     const bitboard others = board.occupied & ~side.pieces[ROOK];
-    const bitboard far_ranks = side.is_white ? 0xFFFF000000000000ULL : 0xFFFFULL;
+    const bitboard far_ranks = side.is_white ? rank_mask(6) | rank_mask(7) : rank_mask(0) | rank_mask(1);
     const bool enemy_pawns = side.opponent->pieces[PAWN] != 0;
     int32_t score = 0;
     for (bitboard rooks = side.pieces[ROOK]; rooks;) {

@@ -1,8 +1,6 @@
 // The UCI front end: start-up, the line reader and the command loop.
 #pragma once
 
-#include <cstddef>
-
 namespace velkor {
 
 inline constexpr const char* ENGINE_NAME = "Velkor 0.3.0 x64 (popcnt)";
@@ -14,12 +12,6 @@ extern char input_line[INPUT_SIZE];
 // Reads the next non-empty line into input_line with blanks and TABs folded.
 // Returns false once the input has ended with no line left to hand out.
 bool read_line();
-
-// From now on the input is this text, then its end (for fuzzing the loop).
-void input_from_memory(const char* text, size_t size);
-
-// Clears what lives for one search.
-void reset_search();
 
 // The debug command: board, static score and legal moves of the position.
 void debug_command();

@@ -20,7 +20,7 @@ bool line_has(const char* text) { return strstr(input_line, text) != nullptr; }
 void handshake() {
     printf("id name %s\n", ENGINE_NAME);
     printf("id author Treske\n");
-    printf("option name Hash type spin default %i min %i max %i\n", 128, 1, 65536);
+    printf("option name Hash type spin default %i min %i max %i\n", TT_DEFAULT_MB, TT_MIN_MB, TT_MAX_MB);
     printf("option name OwnBook type check default false\n");
     printf("uciok\n");
 }
@@ -123,16 +123,6 @@ bool dispatch() {
 
 }  // namespace
 
-void reset_search() {
-    tt_new_search();
-    limits = limits_t{};
-    search_info = search_info_t{};
-    memset(killers, 0, sizeof killers);
-    memset(history, 0, sizeof history);
-    memset(move_lists, 0, sizeof move_lists);
-    memset(root_nodes, 0, sizeof root_nodes);
-}
-
 bool start_engine(int argc, char** argv) {
     printf("%s ('quit' to exit)\n", ENGINE_NAME);
     fflush(stdout);
@@ -145,7 +135,7 @@ bool start_engine(int argc, char** argv) {
         printf("info string Cannot build the attack tables\n");
         return false;
     }
-    tt_resize(128);
+    tt_resize(TT_DEFAULT_MB);
     set_startpos();
     reset_search();
     return true;

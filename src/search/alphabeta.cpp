@@ -150,7 +150,7 @@ int32_t alpha_beta(int ply, int depth_limit, int32_t alpha, int32_t beta, int ch
         const int child_flags = int((word >> 28) & 3);
         int32_t score;
         if (i == 0) {
-            const int extension = count == 1 && depth_limit <= 62 ? 1 : 0;
+            const int extension = count == 1 && depth_limit < MAX_DEPTH - 1 ? 1 : 0;
             score = -alpha_beta(ply + 1, depth_limit + extension, -beta, -alpha, child_flags, 1);
         } else {
             score = -alpha_beta(ply + 1, depth_limit - reduction, -alpha - 1, -alpha, child_flags, 1);
@@ -161,7 +161,7 @@ int32_t alpha_beta(int ply, int depth_limit, int32_t alpha, int32_t beta, int ch
 
         if (score > alpha) {
             if (ply == 0 && limits.mode != MODE_DEPTH) {
-                report_pv(score, 1, played);
+                report_pv(score, TT_LOWER, played);
                 if (i > 0) search_info.root_fail = 1;
                 if (search_info.depth > 1 && score < search_info.last_score - 100) search_info.root_fail = 2;
             }
@@ -191,7 +191,7 @@ int32_t alpha_beta(int ply, int depth_limit, int32_t alpha, int32_t beta, int ch
         tt_store(key, alpha, depth, TT_EXACT, best_move);
     else if (!no_upper_store)
         tt_store(key, alpha, depth, TT_UPPER, 0);
-    if (ply == 0) report_pv(alpha, 0, best_move);
+    if (ply == 0) report_pv(alpha, TT_EXACT, best_move);
     return alpha;
 }
 

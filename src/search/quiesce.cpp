@@ -68,7 +68,7 @@ int32_t see_score(move_t word) {
 // check. Losing captures are pruned only in one-point windows.
 int32_t quiesce(int ply, int32_t alpha, int32_t beta, int check_flags) {
     ++search_info.nodes;
-    if (ply > 63) return alpha;
+    if (ply > MAX_DEPTH - 1) return alpha;
     if (ply > search_info.seldepth) search_info.seldepth = ply;
     if ((search_info.nodes & LIMIT_CHECK_MASK) == LIMIT_CHECK_MASK) check_limits();
     if (search_info.stop) return 0;

@@ -1,5 +1,6 @@
 #include <cinttypes>
 #include <cstdio>
+#include <cstring>
 
 #include "engine/engine.h"
 #include "search/search.h"
@@ -11,6 +12,16 @@ search_info_t search_info;
 move_t killers[MAX_DEPTH][2];
 uint32_t history[8 * 64];
 uint64_t root_nodes[4096];
+
+void reset_search() {
+    tt_new_search();
+    limits = limits_t{};
+    search_info = search_info_t{};
+    memset(killers, 0, sizeof killers);
+    memset(history, 0, sizeof history);
+    memset(move_lists, 0, sizeof move_lists);
+    memset(root_nodes, 0, sizeof root_nodes);
+}
 
 uint64_t elapsed_ms() { return ms_since(search_info.start_clock); }
 

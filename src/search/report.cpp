@@ -36,7 +36,7 @@ void report_pv(int32_t score, int bound, move_t move) {
     search_info.nps = speed_nps(search_info.nodes, search_info.elapsed);
     printf("info depth %i seldepth %i ", search_info.depth, search_info.seldepth);
     print_score(score);
-    if (bound == 1) printf("lowerbound ");
+    if (bound == TT_LOWER) printf("lowerbound ");
     printf("pv ");
     pv_walk(move);
     printf("time %" PRIu64 " nodes %" PRIu64 " nps %" PRIu64 " hashfull %i\n", search_info.elapsed,

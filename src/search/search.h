@@ -49,14 +49,12 @@ extern move_t killers[MAX_DEPTH][2];
 extern uint32_t history[8 * 64];
 extern uint64_t root_nodes[4096];
 
+// Advances the table's age and clears what lives for one search: limits,
+// search_info, killers, history, the move lists and root_nodes.
+void reset_search();
+
 // Milliseconds since the search began.
 uint64_t elapsed_ms();
-
-// Bytes of input that wait to be read; any ends a running search.
-bool input_pending();
-
-// The input has ended: an infinite search then has nobody left to stop it.
-bool input_closed();
 
 // Every 4096 nodes: the clock, the allotment (doubled while the root is
 // unsettled), pending input, and now and then a currmove line.
@@ -73,7 +71,8 @@ int32_t see_score(move_t word);
 void print_score(int32_t score);
 
 // Records score and move as the search's answer and prints the info line
-// with the principal variation read back from the table.
+// with the principal variation read back from the table; bound is TT_EXACT,
+// or TT_LOWER while a move that raised alpha is still being searched.
 void report_pv(int32_t score, int bound, move_t move);
 
 // Iterative deepening from the current position, to the closing lines and bestmove.

@@ -8,7 +8,7 @@ namespace velkor {
 
 // Iterations of 1, 2, 3 ... plies with the full window, until a mate score,
 // a stop, the depth asked for, a forecast that the next one will not fit,
-// or depth 63. The answer is the move of the latest report.
+// or depth MAX_DEPTH - 1. The answer is the move of the latest report.
 void think() {
     update_checks();
     update_attacks();
@@ -46,7 +46,7 @@ void think() {
         search_info.elapsed = e;
         delta = e - delta;
         if (limits.mode == MODE_TOURNAMENT && e + delta > limits.move_time) break;
-        if (search_info.depth > 63) break;
+        if (search_info.depth > MAX_DEPTH - 1) break;
     }
 
     const int32_t score = search_info.score;

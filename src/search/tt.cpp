@@ -31,12 +31,12 @@ tt_entry* bucket(uint64_t key) { return tt_table + (uint32_t(key) & tt_mask); }
 
 void tt_resize(int mb) {
     tt_free();
-    if (mb < 1 || mb > 65536 || (mb & (mb - 1)) != 0) {
+    if (mb < TT_MIN_MB || mb > TT_MAX_MB || (mb & (mb - 1)) != 0) {
         printf("info debug Creation of Transposition Table (%i MB) : size reset to default\n", mb);
-        mb = 128;
+        mb = TT_DEFAULT_MB;
     }
     while (!tt_allocate(mb)) {
-        if (mb == 1) {
+        if (mb == TT_MIN_MB) {
             printf("info string Velkor will now halt...\n");
             exit(1);
         }
@@ -90,7 +90,7 @@ int32_t tt_probe(uint64_t key, int depth, int32_t alpha, int32_t beta) {
 // greater depth. Else the first empty entry, else the one of least value:
 // oldest first, then lowest bound code, then lowest depth.
 void tt_store(uint64_t key, int32_t score, int depth, int bound, move_t move) {
-    if (depth > 63) return;
+    if (depth > MAX_DEPTH - 1) return;
     tt_entry* e = bucket(key);
     tt_entry* target = nullptr;
     for (int i = 0; i < 4 && !target; ++i)

@@ -14,6 +14,9 @@ struct tt_entry {
 };
 static_assert(sizeof(tt_entry) == 16);
 
+// Table sizes in MB: the default, and the limits of the Hash option.
+inline constexpr int TT_DEFAULT_MB = 128, TT_MIN_MB = 1, TT_MAX_MB = 65536;
+
 enum : int { TT_UPPER = 1, TT_LOWER = 2, TT_EXACT = 3 };
 inline constexpr int32_t TT_MISS = -0x10000000;
 

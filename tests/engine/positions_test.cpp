@@ -2,7 +2,6 @@
 // random games.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <sstream>
 #include <string>
 
@@ -22,7 +21,8 @@ std::string fen() {
 // Everything make_move and unmake_move keep.
 std::string kept() {
     std::ostringstream s;
-    s << fen() << ' ' << board.states[board.ply].key << ' ' << board.occupied;
+    const state_t& now = board.states[board.ply];
+    s << fen() << ' ' << board.ply << ' ' << now.key << ' ' << now.castling << ' ' << board.occupied;
     for (const side_t* side : {&white, &black}) {
         s << ' ' << side->material << ' ' << side->piece_material;
         for (bitboard set : side->pieces) s << ' ' << set;

@@ -1,6 +1,5 @@
 // Process-level sessions: the engine binary is fed whole transcripts on its
 // standard input and everything it prints is compared line by line.
-//
 // Transcript files (sessions/*.txt) hold sessions opened by "=== name".
 // "> text" is an input line ("\t", "\r" and "\xHH" stand for TAB, CR and
 // any byte but \x01 and \x02, the harness's pause marks), ">| text" the
@@ -8,13 +7,9 @@
 // stands for one word of any characters, "skip N" passes over N output
 // lines, "pause" holds the input for a moment, "await" until the next
 // bestmove, "args A B" gives the command line, and "exit N" the expected
-// status (0 when absent). The banner and the processor line are expected
-// before everything else.
-//
-// Battery files (battery/*.txt) have the same form without expected lines:
-// every session must end cleanly, say nothing on standard error (where the
-// sanitizers and valgrind report), and print as many bestmove lines as its
-// "bestmoves N" line says.
+// status (0 when absent). The banner and the processor line come first.
+// Battery files (battery/*.txt) have the same form without expected lines;
+// "bestmoves N" gives their number of bestmove lines.
 #include <gtest/gtest.h>
 
 #include <dirent.h>

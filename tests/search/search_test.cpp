@@ -4,7 +4,6 @@
 #include <string>
 
 #include "engine/engine.h"
-#include "evaluation/evaluation.h"
 #include "protocol/protocol.h"
 #include "search/search.h"
 #include "support/support.h"
