@@ -71,8 +71,8 @@ int32_t see_score(move_t word);
 void print_score(int32_t score);
 
 // Records score and move as the search's answer and prints the info line
-// with the principal variation read back from the table; bound is TT_EXACT,
-// or TT_LOWER while a move that raised alpha is still being searched.
+// with the principal variation read back from the table; bound is TT_EXACT
+// once all root moves are searched, TT_LOWER for a new best move before that.
 void report_pv(int32_t score, int bound, move_t move);
 
 // Iterative deepening from the current position, to the closing lines and bestmove.
