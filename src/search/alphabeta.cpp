@@ -28,6 +28,52 @@ inline bool better(move_t c, move_t b) {
     return int32_t(c - b) > 0;
 }
 
+// The same order as one number per word, larger first: a word with a sort
+// key above every plain quiet move, plain quiet moves by history, then the
+// nearer centre, then the low 15 bits of the word (all higher bits are equal
+// by then). It agrees with `better` while the histories compared are below
+// 2^31; past that their signed difference is no order, and the caller falls
+// back on the tests themselves.
+inline uint64_t order_key(move_t word) {
+    const uint64_t primary = sort_key(word) ? (uint64_t(1) << 32 | sort_key(word)) : history_of(word);
+    return primary << 18 | uint64_t(centre_weight[move_to(word)]) << 15 | (word & 0x7FFF);
+}
+constexpr uint64_t KEY_HISTORY_TOP = uint64_t(1) << (31 + 18);  // bit 31 of a history in order_key
+
+// The keys of the words of a list below the root, kept beside it; they hold
+// while no history counter has changed since they were made.
+uint64_t order_keys[MAX_DEPTH][MAX_MOVES];
+uint64_t history_changes = 0;
+
+// Moves a node below the root through its list, best first.
+struct selector_t {
+    move_t* list;
+    uint64_t* keys;
+    int count;
+    uint64_t made_at = ~uint64_t(0);  // history_changes when the keys were made
+    bool beyond_keys = false;         // a history of 2^31 or more: order by the tests
+
+    // Swaps the best word from `first` on to `first`.
+    void select(int first) {
+        if (made_at != history_changes) {
+            uint64_t seen = 0;
+            for (int j = first; j < count; ++j) seen |= keys[j] = order_key(list[j]);
+            beyond_keys = (seen & KEY_HISTORY_TOP) != 0;
+            made_at = history_changes;
+        }
+        int top = first;
+        if (beyond_keys) {
+            for (int j = first + 1; j < count; ++j)
+                if (better(list[j], list[top])) top = j;
+        } else {
+            for (int j = first + 1; j < count; ++j)
+                if (keys[j] > keys[top]) top = j;
+        }
+        std::swap(list[first], list[top]);
+        std::swap(keys[first], keys[top]);
+    }
+};
+
 // At the root: the hash move, then the moves that took the most nodes last time.
 inline bool better_at_root(move_t c, move_t b) {
     if ((c ^ b) & MOVE_HASH) return c & MOVE_HASH;
@@ -67,10 +113,21 @@ int32_t alpha_beta(int ply, int depth_limit, int32_t alpha, int32_t beta, int ch
     if (search_info.stop) return 0;
     if (is_draw()) return 0;
 
-    // Step 2. The table answers for this iteration's own results.
+    // Step 2. The table answers for this iteration's own results. Its bucket
+    // is nearly always far away in memory: it is fetched while the node
+    // generates, which no early return can observe (the attack maps are
+    // stale outside a node, and below the root this ply's list is read by
+    // nobody else; the root keeps its list as the last iteration left it).
     const int depth = depth_limit - ply;
     const bool is_pv = beta - alpha > 1;
     const uint64_t key = board.states[board.ply].key;
+    tt_prefetch(key);
+    int count = 0;
+    if (ply > 0) {
+        update_checks();
+        update_attacks();
+        count = generate_moves(ply, GENERATE_ALL);
+    }
     const int32_t hit = tt_probe(key, depth, alpha, beta);
     if (hit != TT_MISS && (!is_pv || (alpha < hit && hit < beta))) return hit;
 
@@ -81,9 +138,11 @@ int32_t alpha_beta(int ply, int depth_limit, int32_t alpha, int32_t beta, int ch
                          std::abs(beta) <= MATE_BOUND;
 
     // Step 3. Generate before any pruning, so that mate and stalemate are found first.
-    update_checks();
-    update_attacks();
-    const int count = generate_moves(ply, GENERATE_ALL);
+    if (ply == 0) {
+        update_checks();
+        update_attacks();
+        count = generate_moves(ply, GENERATE_ALL);
+    }
     if (count == 0) return check_flags ? ply - MATE : 0;
 
     // Step 4. Null move, or at depth 1 and 2 its static substitute.
@@ -128,11 +187,16 @@ int32_t alpha_beta(int ply, int depth_limit, int32_t alpha, int32_t beta, int ch
     int quiet_count = 0, tactical_count = 0;
 
     // Step 7. The moves, best first by selection.
+    selector_t selector{list, order_keys[ply], count};
     for (int i = 0; i < count; ++i) {
-        int top = i;
-        for (int j = i + 1; j < count; ++j)
-            if (ply == 0 ? better_at_root(list[j], list[top]) : better(list[j], list[top])) top = j;
-        std::swap(list[i], list[top]);
+        if (ply == 0) {
+            int top = i;
+            for (int j = i + 1; j < count; ++j)
+                if (better_at_root(list[j], list[top])) top = j;
+            std::swap(list[i], list[top]);
+        } else {
+            selector.select(i);
+        }
         const move_t word = list[i], played = word & MOVE_STRIP;
         if (ply == 0) {
             search_info.currmove = word;
@@ -171,6 +235,7 @@ int32_t alpha_beta(int ply, int depth_limit, int32_t alpha, int32_t beta, int ch
                 // Step 8. Fail high: a plain quiet move feeds history and killers.
                 if ((played >> 17) == 0) {
                     history[move_moved(played) * 64 + move_to(played)] += uint32_t(depth * depth);
+                    ++history_changes;
                     if (played != killers[ply][0] && played != killers[ply][1]) {
                         killers[ply][1] = killers[ply][0];
                         killers[ply][0] = played;

@@ -4,6 +4,10 @@
 
 #include "search/search.h"
 
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
+
 namespace velkor {
 
 tt_entry* tt_table = nullptr;
@@ -14,18 +18,45 @@ uint32_t tt_age = 0;
 
 namespace {
 
+#if defined(__linux__)
+// Every probe of a large table misses the caches, and with small pages the
+// address translation misses too. On Linux the table is mapped on its own,
+// aligned to 2 MB and offered to the kernel for huge pages; where it has none
+// to give the table simply stays on small pages. Fresh mappings read as zero.
+constexpr size_t HUGE_PAGE = size_t(2) << 20;
+void* tt_mapping = nullptr;
+size_t tt_mapping_bytes = 0;
+
+tt_entry* zeroed_table(uint64_t entries) {
+    const size_t bytes = size_t(entries * sizeof(tt_entry));
+    void* raw = mmap(nullptr, bytes + HUGE_PAGE, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (raw == MAP_FAILED) return nullptr;
+    tt_mapping = raw;
+    tt_mapping_bytes = bytes + HUGE_PAGE;
+    void* aligned = reinterpret_cast<void*>((uintptr_t(raw) + HUGE_PAGE - 1) & ~uintptr_t(HUGE_PAGE - 1));
+    madvise(aligned, bytes, MADV_HUGEPAGE);  // a refusal changes nothing
+    return static_cast<tt_entry*>(aligned);
+}
+
+void release_table() {
+    if (tt_mapping) munmap(tt_mapping, tt_mapping_bytes);
+    tt_mapping = nullptr;
+}
+#else
+tt_entry* zeroed_table(uint64_t entries) { return static_cast<tt_entry*>(calloc(entries, sizeof(tt_entry))); }
+void release_table() { free(tt_table); }
+#endif
+
 // One attempt at a table of mb megabytes.
 bool tt_allocate(int mb) {
     tt_used = 0;
     tt_age = 0;
     tt_entries = uint64_t(mb) * 65536;
     tt_mask = tt_entries - 4;
-    tt_table = static_cast<tt_entry*>(calloc(tt_entries, sizeof(tt_entry)));
+    tt_table = zeroed_table(tt_entries);
     printf("info debug Creation of Transposition Table (%i MB) : %s\n", mb, tt_table ? "success" : "failure");
     return tt_table != nullptr;
 }
-
-tt_entry* bucket(uint64_t key) { return tt_table + (uint32_t(key) & tt_mask); }
 
 }  // namespace
 
@@ -45,7 +76,7 @@ void tt_resize(int mb) {
 }
 
 void tt_free() {
-    free(tt_table);
+    release_table();
     tt_table = nullptr;
 }
 
@@ -60,21 +91,21 @@ void tt_clear() {
 int tt_hashfull() { return int(tt_used * 1000 / tt_entries); }
 
 move_t tt_best_move(uint64_t key) {
-    const tt_entry* e = bucket(key);
+    const tt_entry* e = tt_bucket(key);
     for (int i = 0; i < 4; ++i)
         if (e[i].tt_key == key) return move_t(e[i].tt_data);
     return 0;
 }
 
 move_t tt_pv_move(uint64_t key) {
-    const tt_entry* e = bucket(key);
+    const tt_entry* e = tt_bucket(key);
     for (int i = 0; i < 4; ++i)
         if (e[i].tt_key == key && tt_entry_age(e[i].tt_data) == tt_age) return move_t(e[i].tt_data);
     return 0;
 }
 
 int32_t tt_probe(uint64_t key, int depth, int32_t alpha, int32_t beta) {
-    const tt_entry* e = bucket(key);
+    const tt_entry* e = tt_bucket(key);
     for (int i = 0; i < 4; ++i) {
         const uint64_t data = e[i].tt_data;
         if (e[i].tt_key != key || tt_entry_age(data) != tt_age || tt_depth(data) < depth) continue;
@@ -91,7 +122,7 @@ int32_t tt_probe(uint64_t key, int depth, int32_t alpha, int32_t beta) {
 // oldest first, then lowest bound code, then lowest depth.
 void tt_store(uint64_t key, int32_t score, int depth, int bound, move_t move) {
     if (depth > 63) return;
-    tt_entry* e = bucket(key);
+    tt_entry* e = tt_bucket(key);
     tt_entry* target = nullptr;
     for (int i = 0; i < 4 && !target; ++i)
         if (e[i].tt_key == key) {
