@@ -27,6 +27,15 @@ struct gen_t {
     int king;        // our king's square
     int enemy_king;  // theirs
     bitboard occupied;
+    // The enemy's piece codes spelt out in bits: a square holds the code
+    // (bit of plane 0) + 2 (bit of plane 1) + 4 (bit of plane 2), 0 if empty.
+    // Only enemy men are ever captured.
+    bitboard code_planes[3];
+
+    move_t captured_on(int to) const {
+        return move_t((code_planes[0] >> to) & 1) | move_t((code_planes[1] >> to) & 1) << 1 |
+               move_t((code_planes[2] >> to) & 1) << 2;
+    }
 
     void add(move_t word) {
         if constexpr (Count)
@@ -57,10 +66,7 @@ inline void build(gen_t<Count>& g, int piece, int from, bitboard targets) {
     while (targets) {
         const int to = pop_square(targets);
         if (pinned && !on_line(from, g.king, to)) continue;
-        move_t word = base | move_t(to);
-        const bitboard to_bit = square_bit(to);
-        if (g.occupied & to_bit) word |= move_t(piece_on(to_bit)) << 17;
-        if (checks & to_bit) word |= MOVE_CHECK;
+        move_t word = base | move_t(to) | g.captured_on(to) << 17 | move_t((checks >> to) & 1) << 28;
         if (discoverer && !on_line(from, g.enemy_king, to)) word |= MOVE_DISCOVERED;
         *out++ = word;
     }
@@ -105,7 +111,7 @@ void promotions(gen_t<Count>& g) {
             const int to = pop_square(targets);
             if (pinned && !on_line(from, g.king, to)) continue;
             move_t word = make_word(from, to, PAWN);
-            if (g.occupied & square_bit(to)) word |= move_t(piece_on(square_bit(to))) << 17;
+            word |= g.captured_on(to) << 17;
             if (discoverer && !on_line(from, g.enemy_king, to)) word |= MOVE_DISCOVERED;
             const bitboard rook = rook_attacks(o, to), bishop = bishop_attacks(o, to);
             g.add(word | move_t(QUEEN) << 20 | ((rook | bishop) & enemy_king ? MOVE_CHECK : 0));
@@ -201,6 +207,10 @@ int generate(move_t* list, uint32_t mode) {
     g.king = lowest_square(g.side->pieces[KING]);
     g.enemy_king = lowest_square(g.enemy->pieces[KING]);
     g.occupied = board.occupied;
+    const bitboard* enemy = g.enemy->pieces;
+    g.code_planes[0] = enemy[PAWN] | enemy[BISHOP] | enemy[QUEEN];
+    g.code_planes[1] = enemy[KNIGHT] | enemy[BISHOP] | enemy[KING];
+    g.code_planes[2] = enemy[ROOK] | enemy[QUEEN] | enemy[KING];
     const bitboard target = mode == GENERATE_ALL ? ~g.side->pieces[0] : g.enemy->pieces[0];
 
     if (mode == GENERATE_ALL && !g.side->checkers) castling_moves(g);
