@@ -7,6 +7,7 @@ namespace {
 
 // The value of the men of `owner` that stand in the set; kings count 0.
 int32_t value_of(const side_t& owner, bitboard set) {
+    if (!set) return 0;  // the usual case: nothing hangs, nothing is pinned
     int32_t value = 0;
     for (int piece = PAWN; piece <= QUEEN; ++piece) value += piece_value[piece] * popcount(set & owner.pieces[piece]);
     return value;
