@@ -45,32 +45,38 @@ struct gen_t {
     }
 };
 
+// The place of a square among the squares of a set, counted from the lowest.
+inline int rank_in(bitboard set, int square) { return popcount(set & (square_bit(square) - 1)); }
+
 // Turns the targets of one piece into complete words: pins, captures, direct
-// and discovered checks.
+// and discovered checks. A pinned piece keeps the targets on its line. The
+// words are written plain first, by ascending target; captures and checks
+// are few, and each then marks its own word, found by its place in the set.
 template <bool Count>
 inline void build(gen_t<Count>& g, int piece, int from, bitboard targets) {
     const bitboard from_bit = square_bit(from);
-    const bool pinned = g.side->pinned & from_bit;
-    if constexpr (Count) {
-        if (!pinned) {
-            g.count += popcount(targets);
-        } else {
-            while (targets) g.count += on_line(from, g.king, pop_square(targets));
+    if (g.side->pinned & from_bit)
+        for (bitboard b = targets; b;) {
+            const int to = pop_square(b);
+            if (!on_line(from, g.king, to)) targets ^= square_bit(to);
         }
+    if constexpr (Count) {
+        g.count += popcount(targets);
         return;
     }
-    const bool discoverer = g.side->discoverers & from_bit;
-    const bitboard checks = g.enemy->check_squares[piece];
+    move_t* const first = g.end;
+    move_t* out = first;
     const move_t base = make_word(from, 0, piece);
-    move_t* out = g.end;
-    while (targets) {
-        const int to = pop_square(targets);
-        if (pinned && !on_line(from, g.king, to)) continue;
-        move_t word = base | move_t(to) | g.captured_on(to) << 17 | move_t((checks >> to) & 1) << 28;
-        if (discoverer && !on_line(from, g.enemy_king, to)) word |= MOVE_DISCOVERED;
-        *out++ = word;
-    }
+    for (bitboard b = targets; b;) *out++ = base | move_t(pop_square(b));
     g.end = out;
+    for (bitboard b = targets & g.occupied; b;) {
+        const int to = pop_square(b);
+        first[rank_in(targets, to)] |= g.captured_on(to) << 17;
+    }
+    for (bitboard b = targets & g.enemy->check_squares[piece]; b;) first[rank_in(targets, pop_square(b))] |= MOVE_CHECK;
+    if (g.side->discoverers & from_bit)
+        for (move_t* word = first; word != out; ++word)
+            if (!on_line(from, g.enemy_king, move_to(*word))) *word |= MOVE_DISCOVERED;
 }
 
 template <bool Count>
@@ -157,25 +163,15 @@ void pawn_moves(gen_t<Count>& g, bitboard target) {
     }
 }
 
+// Their attack sets on the present occupancy are those that update_attacks found.
 template <bool Count>
 void piece_moves(gen_t<Count>& g, bitboard target) {
     const side_t& side = *g.side;
-    for (bitboard b = side.pieces[KNIGHT]; b;) {
-        const int from = pop_square(b);
-        build(g, KNIGHT, from, knight_attacks[from] & target);
-    }
-    for (bitboard b = side.pieces[BISHOP]; b;) {
-        const int from = pop_square(b);
-        build(g, BISHOP, from, bishop_attacks(g.occupied, from) & target);
-    }
-    for (bitboard b = side.pieces[ROOK]; b;) {
-        const int from = pop_square(b);
-        build(g, ROOK, from, rook_attacks(g.occupied, from) & target);
-    }
-    for (bitboard b = side.pieces[QUEEN]; b;) {
-        const int from = pop_square(b);
-        build(g, QUEEN, from, queen_attacks(g.occupied, from) & target);
-    }
+    for (int piece = KNIGHT; piece <= QUEEN; ++piece)
+        for (bitboard b = side.pieces[piece]; b;) {
+            const int from = pop_square(b);
+            build(g, piece, from, piece_attacks[from] & target);
+        }
 }
 
 // The king may not step onto an attacked square, nor back along a checking ray.

@@ -8,6 +8,12 @@ namespace velkor {
 // One list per search ply; the caller keeps the count that generate_moves returns.
 extern move_t move_lists[MAX_DEPTH][MAX_MOVES];
 
+// The attack set of the knight, bishop, rook or queen on each square, as the
+// last update_attacks found it; other squares hold what they held. The
+// generator takes its piece targets from here instead of looking them up
+// again.
+extern bitboard piece_attacks[64];
+
 // Recompute the derived fields of both sides. Whoever generates moves or
 // evaluates calls update_checks and then update_attacks first.
 void update_attacks();
