@@ -229,4 +229,11 @@ int generate_moves(int ply, uint32_t mode) {
 
 int count_moves() { return generate<true>(nullptr, GENERATE_ALL); }
 
+bool has_legal_move() {
+    const side_t& side = *board.turn;
+    const int king = lowest_square(side.pieces[KING]);
+    if (!side.checkers && (king_attacks[king] & ~side.pieces[0] & ~side.opponent->attacks[0])) return true;
+    return count_moves() != 0;
+}
+
 }  // namespace velkor

@@ -35,6 +35,10 @@ int generate_moves(int ply, uint32_t mode);
 // writing them: perft counts its last level this way.
 int count_moves();
 
+// Whether generate_moves(ply, GENERATE_ALL) would list any move: mostly a
+// free square for the king, else a count.
+bool has_legal_move();
+
 // Leaf count of the legal move tree below the current position, with a line
 // per root move and a closing line with time and speed.
 uint64_t perft(int depth);

@@ -114,43 +114,55 @@ int32_t alpha_beta(int ply, int depth_limit, int32_t alpha, int32_t beta, int ch
     if (is_draw()) return 0;
 
     // Step 2. The table answers for this iteration's own results. Its bucket
-    // is nearly always far away in memory: it is fetched while the node
-    // generates, which no early return can observe (the attack maps are
-    // stale outside a node, and below the root this ply's list is read by
-    // nobody else; the root keeps its list as the last iteration left it).
+    // is nearly always far away in memory: it is fetched at once and read
+    // after the work that does not depend on it, the attack maps, the moves
+    // and the static score of a shallow node. No early return can observe
+    // that order: the attack maps are stale outside a node, the evaluation
+    // changes nothing, and below the root this ply's list is read by nobody
+    // else. The root keeps its list as the last iteration left it until it
+    // has passed the table.
     const int depth = depth_limit - ply;
     const bool is_pv = beta - alpha > 1;
     const uint64_t key = board.states[board.ply].key;
     tt_prefetch(key);
-    int count = 0;
-    if (ply > 0) {
-        update_checks();
-        update_attacks();
-        count = generate_moves(ply, GENERATE_ALL);
-    }
-    const int32_t hit = tt_probe(key, depth, alpha, beta);
-    if (hit != TT_MISS && (!is_pv || (alpha < hit && hit < beta))) return hit;
-
     const side_t& turn = *board.turn;
     const side_t& opponent = *turn.opponent;
     const bool null_ok = !is_pv && check_flags == 0 && null_allowed != 0 && turn.piece_material != 0 &&
                          opponent.piece_material != 0 && std::abs(alpha) <= MATE_BOUND &&
                          std::abs(beta) <= MATE_BOUND;
-
-    // Step 3. Generate before any pruning, so that mate and stalemate are found first.
-    if (ply == 0) {
+    // A shallow node whose static score reaches beta ends unless it has no
+    // move at all: it needs no list, only to know that one move exists.
+    int count = 0;
+    int32_t static_score = 0;
+    bool static_cut = false, any_move = false;
+    const auto prepare = [&] {
         update_checks();
         update_attacks();
-        count = generate_moves(ply, GENERATE_ALL);
-    }
-    if (count == 0) return check_flags ? ply - MATE : 0;
+        if (null_ok && depth <= 2) {
+            static_score = evaluate() - 25 * depth * popcount(turn.pieces[0] & opponent.attacks[0]);
+            static_cut = static_score >= beta;
+        }
+        if (static_cut) {
+            any_move = has_legal_move();
+        } else {
+            count = generate_moves(ply, GENERATE_ALL);
+            any_move = count != 0;
+        }
+    };
+    if (ply > 0) prepare();
+    const int32_t hit = tt_probe(key, depth, alpha, beta);
+    if (hit != TT_MISS && (!is_pv || (alpha < hit && hit < beta))) return hit;
 
-    // Step 4. Null move, or at depth 1 and 2 its static substitute.
+    // Step 3. Generate before any pruning, so that mate and stalemate are found first.
+    if (ply == 0) prepare();
+    if (!any_move) return check_flags ? ply - MATE : 0;
+
+    // Step 4. Null move, or at depth 1 and 2 its static substitute: the
+    // evaluation less 25 for each own man attacked, for each ply of depth.
     bool shallow = false, may_reduce = false, no_upper_store = false;
     if (null_ok) {
         if (depth <= 2) {
-            const int32_t score = evaluate() - 25 * depth * popcount(turn.pieces[0] & opponent.attacks[0]);
-            if (score >= beta) return score;
+            if (static_cut) return static_score;
             shallow = no_upper_store = true;
         } else {
             const int reduction = ((depth + 1) >> 2) + 2;
@@ -164,18 +176,22 @@ int32_t alpha_beta(int ply, int depth_limit, int32_t alpha, int32_t beta, int ch
 
     // Step 5. The table's move, found by a shallower search in a PV node without one.
     move_t hash_move = tt_best_move(key);
+    bool fresh_list = true;  // as the generator left it, with no order bits yet
     if (hash_move == 0 && is_pv && depth > 2) {
         alpha_beta(ply, depth_limit - 2, alpha, beta, check_flags, null_allowed);
         hash_move = tt_best_move(key);
+        fresh_list = false;
     }
 
     // Step 6. Order bits on the list: hash move, then the two killers.
     move_t* list = move_lists[ply];
     const move_t killer_1 = killers[ply][0], killer_2 = killers[ply][1];
+    int hash_index = -1;
     for (int i = 0; i < count; ++i) {
-        if (list[i] == hash_move)
+        if (list[i] == hash_move) {
             list[i] |= MOVE_HASH;
-        else if (list[i] == killer_1)
+            hash_index = i;
+        } else if (list[i] == killer_1)
             list[i] |= MOVE_KILLER_1;
         else if (list[i] == killer_2)
             list[i] |= MOVE_KILLER_2;
@@ -194,6 +210,9 @@ int32_t alpha_beta(int ply, int depth_limit, int32_t alpha, int32_t beta, int ch
             for (int j = i + 1; j < count; ++j)
                 if (better_at_root(list[j], list[top])) top = j;
             std::swap(list[i], list[top]);
+        } else if (i == 0 && fresh_list && hash_index >= 0) {
+            // The only word with the hash bit ranks first of all: no scan.
+            std::swap(list[0], list[hash_index]);
         } else {
             selector.select(i);
         }
