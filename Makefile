@@ -54,7 +54,8 @@ bench-perft: release
 bench-eval: release
 	$(RELEASE)/velkor_eval_bench
 
-# bench time and speed, and Debian's ethereal-chess on the same positions and times.
+# bench speed against the build of commit e7ebd35 side by side (REF=commit to change),
+# and beside Debian's ethereal-chess on the same positions and times.
 bench-search: release
 	bash bench/search.sh $(RELEASE)/velkor
 

@@ -19,23 +19,20 @@ uint32_t tt_age = 0;
 namespace {
 
 #if defined(__linux__)
-// Every probe of a large table misses the caches, and with small pages the
-// address translation misses too. On Linux the table is mapped on its own,
-// aligned to 2 MB and offered to the kernel for huge pages; where it has none
-// to give the table simply stays on small pages. Fresh mappings read as zero.
-constexpr size_t HUGE_PAGE = size_t(2) << 20;
+// A bucket is one cache line only if the table starts on one: a mapping of
+// its own starts on a page, and fresh pages read as zero. (Huge pages were
+// tried: fewer translation misses, but their first clearing cost more than
+// that on the machines measured.)
 void* tt_mapping = nullptr;
 size_t tt_mapping_bytes = 0;
 
 tt_entry* zeroed_table(uint64_t entries) {
     const size_t bytes = size_t(entries * sizeof(tt_entry));
-    void* raw = mmap(nullptr, bytes + HUGE_PAGE, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (raw == MAP_FAILED) return nullptr;
-    tt_mapping = raw;
-    tt_mapping_bytes = bytes + HUGE_PAGE;
-    void* aligned = reinterpret_cast<void*>((uintptr_t(raw) + HUGE_PAGE - 1) & ~uintptr_t(HUGE_PAGE - 1));
-    madvise(aligned, bytes, MADV_HUGEPAGE);  // a refusal changes nothing
-    return static_cast<tt_entry*>(aligned);
+    void* mapping = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (mapping == MAP_FAILED) return nullptr;
+    tt_mapping = mapping;
+    tt_mapping_bytes = bytes;
+    return static_cast<tt_entry*>(mapping);
 }
 
 void release_table() {
