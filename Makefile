@@ -7,7 +7,7 @@ JOBS    ?= $(shell nproc 2>/dev/null || echo 2)
 RELEASE := $(BUILD)/release
 SANITIZE := $(BUILD)/sanitize
 
-.PHONY: all run test release sanitize fuzz soak bench-perft bench-eval bench-search check-valgrind clean
+.PHONY: all run test release release-pgo sanitize fuzz soak bench-perft bench-eval bench-search check-valgrind clean
 
 all: release
 
@@ -18,6 +18,22 @@ release:
 sanitize:
 	cmake -S . -B $(SANITIZE) -DCMAKE_BUILD_TYPE=Debug -DVELKOR_SANITIZE=ON >/dev/null
 	cmake --build $(SANITIZE) -j $(JOBS)
+
+# Profile-guided release: an instrumented build runs bench and two perfts,
+# then the release is built again from that profile (build/pgo/velkor). The
+# profile lives in the build folder and is made anew each time.
+PGO := $(BUILD)/pgo
+release-pgo:
+	rm -rf $(PGO)
+	cmake -S . -B $(PGO)/gen -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF \
+		-DCMAKE_CXX_FLAGS="-fprofile-generate=$(abspath $(PGO))/data -fprofile-prefix-path=$(abspath $(PGO))/gen -fprofile-update=single" >/dev/null
+	cmake --build $(PGO)/gen -j $(JOBS) --target velkor
+	printf 'bench\n' | $(PGO)/gen/velkor >/dev/null
+	printf 'position startpos\nperft 5\nposition fen r3k2r/p1ppqpb1/bn2pnp1/3PN3/1p2P3/2N2Q1p/PPPBBPPP/R3K2R w KQkq - 0 1\nperft 4\nquit\n' | $(PGO)/gen/velkor >/dev/null
+	cmake -S . -B $(PGO)/use -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF \
+		-DCMAKE_CXX_FLAGS="-fprofile-use=$(abspath $(PGO))/data -fprofile-prefix-path=$(abspath $(PGO))/use -fprofile-partial-training" >/dev/null
+	cmake --build $(PGO)/use -j $(JOBS) --target velkor
+	cp $(PGO)/use/velkor $(PGO)/velkor
 
 run: release
 	@$(RELEASE)/velkor
