@@ -101,11 +101,13 @@ TEST(Generate, LastPlyListIsUsable) {
 
 // Along random games: every move leaves the mover's king safe, a check bit is
 // set exactly when the move gives check, the captures list is the full list
-// less quiet moves, in the same order, and the counting pass agrees.
+// less quiet moves, in the same order, and the counting pass and the test
+// for any move agree.
 TEST(Generate, WordsAreLegalAndCheckBitsExact) {
     long checked = 0;
     test::random_games(10, 100, 777, [&](int n) {
         ASSERT_EQ(count_moves(), n);
+        ASSERT_EQ(has_legal_move(), n != 0);
         if (!board.turn->checkers) {
             std::vector<move_t> expected;
             for (int i = 0; i < n; ++i)
