@@ -7,24 +7,46 @@ JOBS    ?= $(shell nproc 2>/dev/null || echo 2)
 RELEASE := $(BUILD)/release
 SANITIZE := $(BUILD)/sanitize
 
-.PHONY: all run test release sanitize fuzz soak perft-long bench-perft bench-eval bench-search check-valgrind clean
+.PHONY: all run test setup-test release release-pgo sanitize fuzz soak perft-long bench-perft bench-eval bench-search check-valgrind clean
 
 all: release
 
+# What each build needs and the machine lacks comes from Debian's packages.
 release:
+	@bash tools/setup.sh build
 	cmake -S . -B $(RELEASE) -DCMAKE_BUILD_TYPE=Release >/dev/null
 	cmake --build $(RELEASE) -j $(JOBS)
 
 sanitize:
+	@bash tools/setup.sh build
 	cmake -S . -B $(SANITIZE) -DCMAKE_BUILD_TYPE=Debug -DVELKOR_SANITIZE=ON >/dev/null
 	cmake --build $(SANITIZE) -j $(JOBS)
+
+# Profile-guided release: an instrumented build runs bench and two perfts,
+# then the release is built again from that profile (build/pgo/velkor). The
+# profile lives in the build folder and is made anew each time.
+PGO := $(BUILD)/pgo
+release-pgo:
+	rm -rf $(PGO)
+	cmake -S . -B $(PGO)/gen -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF \
+		-DCMAKE_CXX_FLAGS="-fprofile-generate=$(abspath $(PGO))/data -fprofile-prefix-path=$(abspath $(PGO))/gen -fprofile-update=single" >/dev/null
+	cmake --build $(PGO)/gen -j $(JOBS) --target velkor
+	printf 'bench\n' | $(PGO)/gen/velkor >/dev/null
+	printf 'position startpos\nperft 5\nposition fen r3k2r/p1ppqpb1/bn2pnp1/3PN3/1p2P3/2N2Q1p/PPPBBPPP/R3K2R w KQkq - 0 1\nperft 4\nquit\n' | $(PGO)/gen/velkor >/dev/null
+	cmake -S . -B $(PGO)/use -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF \
+		-DCMAKE_CXX_FLAGS="-fprofile-use=$(abspath $(PGO))/data -fprofile-prefix-path=$(abspath $(PGO))/use -fprofile-partial-training" >/dev/null
+	cmake --build $(PGO)/use -j $(JOBS) --target velkor
+	cp $(PGO)/use/velkor $(PGO)/velkor
+
+setup-test:
+	@bash tools/setup.sh test
 
 run: release
 	@$(RELEASE)/velkor
 
 FUZZ_SMOKE ?= 15
 
-test: release sanitize
+test: setup-test release sanitize
 	cd $(RELEASE) && ctest --output-on-failure -j $(JOBS)
 	cd $(SANITIZE) && ctest --output-on-failure -j $(JOBS)
 	bash tests/fuzz/run.sh $(FUZZ_SMOKE)
@@ -58,7 +80,8 @@ bench-perft: release
 bench-eval: release
 	$(RELEASE)/velkor_eval_bench
 
-# bench time and speed, and Debian's ethereal-chess on the same positions and times.
+# bench speed against the build of commit e7ebd35 side by side (REF=commit to change),
+# and beside Debian's ethereal-chess on the same positions and times.
 bench-search: release
 	bash bench/search.sh $(RELEASE)/velkor
 

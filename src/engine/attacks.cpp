@@ -2,6 +2,8 @@
 
 namespace velkor {
 
+bitboard piece_attacks[64];
+
 namespace {
 
 constexpr bitboard NOT_H_FILE = ~file_masks[7];
@@ -14,16 +16,28 @@ void side_attacks(side_t& side) {
     side.attacks[PAWN] = side.is_white ? ((p << 7) & NOT_H_FILE) | ((p << 9) & NOT_A_FILE)
                                        : ((p >> 9) & NOT_H_FILE) | ((p >> 7) & NOT_A_FILE);
     bitboard a = 0;
-    for (bitboard b = side.pieces[KNIGHT]; b;) a |= knight_attacks[pop_square(b)];
+    for (bitboard b = side.pieces[KNIGHT]; b;) {
+        const int s = pop_square(b);
+        a |= piece_attacks[s] = knight_attacks[s];
+    }
     side.attacks[KNIGHT] = a;
     a = 0;
-    for (bitboard b = side.pieces[BISHOP]; b;) a |= bishop_attacks(occupied, pop_square(b));
+    for (bitboard b = side.pieces[BISHOP]; b;) {
+        const int s = pop_square(b);
+        a |= piece_attacks[s] = bishop_attacks(occupied, s);
+    }
     side.attacks[BISHOP] = a;
     a = 0;
-    for (bitboard b = side.pieces[ROOK]; b;) a |= rook_attacks(occupied, pop_square(b));
+    for (bitboard b = side.pieces[ROOK]; b;) {
+        const int s = pop_square(b);
+        a |= piece_attacks[s] = rook_attacks(occupied, s);
+    }
     side.attacks[ROOK] = a;
     a = 0;
-    for (bitboard b = side.pieces[QUEEN]; b;) a |= queen_attacks(occupied, pop_square(b));
+    for (bitboard b = side.pieces[QUEEN]; b;) {
+        const int s = pop_square(b);
+        a |= piece_attacks[s] = queen_attacks(occupied, s);
+    }
     side.attacks[QUEEN] = a;
     side.attacks[KING] = king_attacks[lowest_square(side.pieces[KING])];
     side.attacks[0] = side.attacks[PAWN] | side.attacks[KNIGHT] | side.attacks[BISHOP] | side.attacks[ROOK] |
@@ -41,17 +55,24 @@ void king_lines(side_t& side) {
     side.check_squares[KING] = 0;
 }
 
-// The squares between `side`'s king and the enemy sliders aimed at it: seen
-// from both ends. A slider with nothing between adds the empty stretch, one
-// with a single piece between adds that piece's square.
+// The squares between `side`'s king and the enemy sliders aimed at it, that
+// is what both ends see of the line between them. A slider with nothing
+// between adds the empty stretch, one with a single piece between adds that
+// piece's square, one with more adds nothing.
 bitboard between_set(const side_t& side) {
     const side_t& enemy = *side.opponent;
     const int k = lowest_square(side.pieces[KING]);
+    const bitboard aimed = ((enemy.pieces[ROOK] | enemy.pieces[QUEEN]) & rook_rays[k]) |
+                           ((enemy.pieces[BISHOP] | enemy.pieces[QUEEN]) & bishop_rays[k]);
     bitboard between = 0;
-    for (bitboard b = (enemy.pieces[ROOK] | enemy.pieces[QUEEN]) & rook_rays[k]; b;)
-        between |= rook_attacks(board.occupied, pop_square(b)) & side.check_squares[ROOK];
-    for (bitboard b = (enemy.pieces[BISHOP] | enemy.pieces[QUEEN]) & bishop_rays[k]; b;)
-        between |= bishop_attacks(board.occupied, pop_square(b)) & side.check_squares[BISHOP];
+    for (bitboard b = aimed; b;) {
+        const bitboard line = between_squares[k][pop_square(b)];
+        const bitboard men = line & board.occupied;
+        if (men == 0)
+            between |= line;
+        else if ((men & (men - 1)) == 0)
+            between |= men;
+    }
     return between;
 }
 

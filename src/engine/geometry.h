@@ -97,6 +97,23 @@ inline constexpr auto line_bits = [] {
     return t;
 }();
 
+// The squares strictly between two squares on one rank, file or diagonal;
+// empty for squares on no common line and for neighbours.
+inline constexpr auto between_squares = [] {
+    std::array<std::array<bitboard, 64>, 64> t{};
+    constexpr int dirs[8][2] = {{1, 0}, {-1, 0}, {0, 1}, {0, -1}, {1, 1}, {1, -1}, {-1, 1}, {-1, -1}};
+    for (int a = 0; a < 64; ++a)
+        for (const auto& d : dirs) {
+            bitboard path = 0;
+            for (int r = rank_of(a) + d[0], f = file_of(a) + d[1]; geometry_detail::on_board(r, f);
+                 r += d[0], f += d[1]) {
+                t[a][8 * r + f] = path;
+                path |= square_bit(8 * r + f);
+            }
+        }
+    return t;
+}();
+
 // Grows towards the centre: 0 on the edge, 2, 5, then 6 on the four centre squares.
 inline constexpr auto centre_weight = [] {
     std::array<int8_t, 64> t{};
@@ -112,6 +129,8 @@ inline constexpr auto centre_weight = [] {
 static_assert(king_attacks[0] == 0x302);
 static_assert(knight_attacks[27] == 0x142200221400ULL);
 static_assert(queen_rays[27] == 0x88492a1cf71c2a49ULL);
+static_assert(between_squares[0][63] == 0x0040201008040200ULL && between_squares[4][60] == 0x0010101010101000ULL &&
+              between_squares[0][1] == 0 && between_squares[0][10] == 0);
 static_assert(line_bits[0] == 0x100800101ULL && line_bits[63] == 0x400000808080ULL);
 
 }  // namespace velkor

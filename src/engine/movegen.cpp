@@ -27,6 +27,15 @@ struct gen_t {
     int king;        // our king's square
     int enemy_king;  // theirs
     bitboard occupied;
+    // The enemy's piece codes spelt out in bits: a square holds the code
+    // (bit of plane 0) + 2 (bit of plane 1) + 4 (bit of plane 2), 0 if empty.
+    // Only enemy men are ever captured.
+    bitboard code_planes[3];
+
+    move_t captured_on(int to) const {
+        return move_t((code_planes[0] >> to) & 1) | move_t((code_planes[1] >> to) & 1) << 1 |
+               move_t((code_planes[2] >> to) & 1) << 2;
+    }
 
     void add(move_t word) {
         if constexpr (Count)
@@ -36,35 +45,38 @@ struct gen_t {
     }
 };
 
+// The place of a square among the squares of a set, counted from the lowest.
+inline int rank_in(bitboard set, int square) { return popcount(set & (square_bit(square) - 1)); }
+
 // Turns the targets of one piece into complete words: pins, captures, direct
-// and discovered checks.
+// and discovered checks. A pinned piece keeps the targets on its line. The
+// words are written plain first, by ascending target; captures and checks
+// are few, and each then marks its own word, found by its place in the set.
 template <bool Count>
 inline void build(gen_t<Count>& g, int piece, int from, bitboard targets) {
     const bitboard from_bit = square_bit(from);
-    const bool pinned = g.side->pinned & from_bit;
-    if constexpr (Count) {
-        if (!pinned) {
-            g.count += popcount(targets);
-        } else {
-            while (targets) g.count += on_line(from, g.king, pop_square(targets));
+    if (g.side->pinned & from_bit)
+        for (bitboard b = targets; b;) {
+            const int to = pop_square(b);
+            if (!on_line(from, g.king, to)) targets ^= square_bit(to);
         }
+    if constexpr (Count) {
+        g.count += popcount(targets);
         return;
     }
-    const bool discoverer = g.side->discoverers & from_bit;
-    const bitboard checks = g.enemy->check_squares[piece];
+    move_t* const first = g.end;
+    move_t* out = first;
     const move_t base = make_word(from, 0, piece);
-    move_t* out = g.end;
-    while (targets) {
-        const int to = pop_square(targets);
-        if (pinned && !on_line(from, g.king, to)) continue;
-        move_t word = base | move_t(to);
-        const bitboard to_bit = square_bit(to);
-        if (g.occupied & to_bit) word |= move_t(piece_on(to_bit)) << 17;
-        if (checks & to_bit) word |= MOVE_CHECK;
-        if (discoverer && !on_line(from, g.enemy_king, to)) word |= MOVE_DISCOVERED;
-        *out++ = word;
-    }
+    for (bitboard b = targets; b;) *out++ = base | move_t(pop_square(b));
     g.end = out;
+    for (bitboard b = targets & g.occupied; b;) {
+        const int to = pop_square(b);
+        first[rank_in(targets, to)] |= g.captured_on(to) << 17;
+    }
+    for (bitboard b = targets & g.enemy->check_squares[piece]; b;) first[rank_in(targets, pop_square(b))] |= MOVE_CHECK;
+    if (g.side->discoverers & from_bit)
+        for (move_t* word = first; word != out; ++word)
+            if (!on_line(from, g.enemy_king, move_to(*word))) *word |= MOVE_DISCOVERED;
 }
 
 template <bool Count>
@@ -105,7 +117,7 @@ void promotions(gen_t<Count>& g) {
             const int to = pop_square(targets);
             if (pinned && !on_line(from, g.king, to)) continue;
             move_t word = make_word(from, to, PAWN);
-            if (g.occupied & square_bit(to)) word |= move_t(piece_on(square_bit(to))) << 17;
+            word |= g.captured_on(to) << 17;
             if (discoverer && !on_line(from, g.enemy_king, to)) word |= MOVE_DISCOVERED;
             const bitboard rook = rook_attacks(o, to), bishop = bishop_attacks(o, to);
             g.add(word | move_t(QUEEN) << 20 | ((rook | bishop) & enemy_king ? MOVE_CHECK : 0));
@@ -151,25 +163,15 @@ void pawn_moves(gen_t<Count>& g, bitboard target) {
     }
 }
 
+// Their attack sets on the present occupancy are those that update_attacks found.
 template <bool Count>
 void piece_moves(gen_t<Count>& g, bitboard target) {
     const side_t& side = *g.side;
-    for (bitboard b = side.pieces[KNIGHT]; b;) {
-        const int from = pop_square(b);
-        build(g, KNIGHT, from, knight_attacks[from] & target);
-    }
-    for (bitboard b = side.pieces[BISHOP]; b;) {
-        const int from = pop_square(b);
-        build(g, BISHOP, from, bishop_attacks(g.occupied, from) & target);
-    }
-    for (bitboard b = side.pieces[ROOK]; b;) {
-        const int from = pop_square(b);
-        build(g, ROOK, from, rook_attacks(g.occupied, from) & target);
-    }
-    for (bitboard b = side.pieces[QUEEN]; b;) {
-        const int from = pop_square(b);
-        build(g, QUEEN, from, queen_attacks(g.occupied, from) & target);
-    }
+    for (int piece = KNIGHT; piece <= QUEEN; ++piece)
+        for (bitboard b = side.pieces[piece]; b;) {
+            const int from = pop_square(b);
+            build(g, piece, from, piece_attacks[from] & target);
+        }
 }
 
 // The king may not step onto an attacked square, nor back along a checking ray.
@@ -201,6 +203,10 @@ int generate(move_t* list, uint32_t mode) {
     g.king = lowest_square(g.side->pieces[KING]);
     g.enemy_king = lowest_square(g.enemy->pieces[KING]);
     g.occupied = board.occupied;
+    const bitboard* enemy = g.enemy->pieces;
+    g.code_planes[0] = enemy[PAWN] | enemy[BISHOP] | enemy[QUEEN];
+    g.code_planes[1] = enemy[KNIGHT] | enemy[BISHOP] | enemy[KING];
+    g.code_planes[2] = enemy[ROOK] | enemy[QUEEN] | enemy[KING];
     const bitboard target = mode == GENERATE_ALL ? ~g.side->pieces[0] : g.enemy->pieces[0];
 
     if (mode == GENERATE_ALL && !g.side->checkers) castling_moves(g);
@@ -222,5 +228,12 @@ int generate_moves(int ply, uint32_t mode) {
 }
 
 int count_moves() { return generate<true>(nullptr, GENERATE_ALL); }
+
+bool has_legal_move() {
+    const side_t& side = *board.turn;
+    const int king = lowest_square(side.pieces[KING]);
+    if (!side.checkers && (king_attacks[king] & ~side.pieces[0] & ~side.opponent->attacks[0])) return true;
+    return count_moves() != 0;
+}
 
 }  // namespace velkor

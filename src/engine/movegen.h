@@ -8,6 +8,12 @@ namespace velkor {
 // One list per search ply; the caller keeps the count that generate_moves returns.
 extern move_t move_lists[MAX_DEPTH][MAX_MOVES];
 
+// The attack set of the knight, bishop, rook or queen on each square, as the
+// last update_attacks found it; other squares hold what they held. The
+// generator takes its piece targets from here instead of looking them up
+// again.
+extern bitboard piece_attacks[64];
+
 // Recompute the derived fields of both sides. Whoever generates moves or
 // evaluates calls update_checks and then update_attacks first.
 void update_attacks();
@@ -28,6 +34,10 @@ int generate_moves(int ply, uint32_t mode);
 // How many moves generate_moves(ply, GENERATE_ALL) would list, without
 // writing them: perft counts its last level this way.
 int count_moves();
+
+// Whether generate_moves(ply, GENERATE_ALL) would list any move: mostly a
+// free square for the king, else a count.
+bool has_legal_move();
 
 // Leaf count of the legal move tree below the current position, with a line
 // per root move and a closing line with time and speed.

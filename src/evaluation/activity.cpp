@@ -7,6 +7,7 @@ namespace {
 
 // The value of the men of `owner` that stand in the set; kings count 0.
 int32_t value_of(const side_t& owner, bitboard set) {
+    if (!set) return 0;
     int32_t value = 0;
     for (int piece = PAWN; piece <= QUEEN; ++piece) value += piece_value[piece] * popcount(set & owner.pieces[piece]);
     return value;
@@ -26,8 +27,9 @@ int32_t activity_score(const side_t& side) {
     for (int piece = PAWN; piece <= KING; ++piece)
         score += genes[GENE_MOBILITY] * popcount(side.attacks[piece] & safe);
     score += genes[GENE_PAWN_CHAIN] * popcount(side.attacks[PAWN] & side.pieces[PAWN]);
-    if (genes[GENE_HANGING] != 0)
-        score += value_of(enemy, side.attacks[0] & enemy.pieces[0] & safe) / genes[GENE_HANGING];
+    // Both divisions are skipped when nothing is summed, as they mostly are.
+    const int32_t hanging = value_of(enemy, side.attacks[0] & enemy.pieces[0] & safe);
+    if (hanging != 0 && genes[GENE_HANGING] != 0) score += hanging / genes[GENE_HANGING];
     score += genes[GENE_DIAGONAL_GUARD] * popcount((side.pieces[BISHOP] | side.pieces[QUEEN]) &
                                                    (side.attacks[BISHOP] | side.attacks[QUEEN]));
     score += genes[GENE_STRAIGHT_GUARD] *
@@ -35,7 +37,8 @@ int32_t activity_score(const side_t& side) {
     if (popcount(side.pieces[BISHOP]) > 1) score += genes[GENE_BISHOP_PAIR];
     score += genes[GENE_KING_SHELTER] * popcount(side.pieces[PAWN] & ring);
     score -= genes[GENE_KING_DANGER] * popcount(enemy.attacks[0] & ring);
-    if (genes[GENE_PINNED] != 0) score -= value_of(side, side.pinned) / genes[GENE_PINNED];
+    const int32_t pinned = value_of(side, side.pinned);
+    if (pinned != 0 && genes[GENE_PINNED] != 0) score -= pinned / genes[GENE_PINNED];
     return score;
 }
 

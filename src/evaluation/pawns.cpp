@@ -3,27 +3,51 @@
 
 namespace velkor {
 
+namespace {
+
+constexpr bitboard NOT_A_FILE = 0xfefefefefefefefeULL;
+constexpr bitboard NOT_H_FILE = 0x7f7f7f7f7f7f7f7fULL;
+
+// Each square of the set spread to the end of its file, upwards or downwards.
+constexpr bitboard fill_up(bitboard b) {
+    b |= b << 8;
+    b |= b << 16;
+    return b | b << 32;
+}
+constexpr bitboard fill_down(bitboard b) {
+    b |= b >> 8;
+    b |= b >> 16;
+    return b | b >> 32;
+}
+constexpr bitboard beside(bitboard b) { return (b << 1 & NOT_A_FILE) | (b >> 1 & NOT_H_FILE); }
+
+}  // namespace
+
 // Doubled, passed and isolated pawns. Of two pawns on a file only the rear
-// one is doubled, and only the front one can be passed or isolated.
+// one is doubled, and only the front one can be passed or isolated. The
+// three kinds are found for all pawns at once as sets: a pawn is doubled
+// when an own pawn stands on its file ahead of it, passed when no enemy pawn
+// stands ahead of it on its file or the files beside it, isolated when no
+// own pawn stands on the files beside it.
 int32_t pawn_score(const side_t& side) {
-    const side_t& enemy = *side.opponent;
-    const auto& ahead = side.is_white ? file_above : file_below;
-    const auto& front = side.is_white ? span_above : span_below;
-    int32_t score = 0;
-    for (bitboard pawns = side.pieces[PAWN]; pawns;) {
-        const int s = pop_square(pawns);
-        const bitboard bit = square_bit(s);
-        if (side.pieces[PAWN] & ahead[s]) {
-            score -= genes[GENE_DOUBLED];
-        } else if (!(enemy.pieces[PAWN] & front[s])) {
-            const int32_t bonus = passed_bonus[popcount(ahead[s])];
-            if (!(enemy.attacks[0] & bit))
-                score += bonus;
-            else if ((side.attacks[0] & bit) && genes[GENE_PASSED_GUARDED] != 0)
-                score += bonus / genes[GENE_PASSED_GUARDED];
-        } else if (!(side.pieces[PAWN] & adjacent_files[file_of(s)])) {
-            score -= genes[GENE_ISOLATED];
-        }
+    const bitboard pawns = side.pieces[PAWN];
+    if (!pawns) return 0;
+    const bitboard enemy_pawns = side.opponent->pieces[PAWN];
+    const bool up = side.is_white;
+    const bitboard behind_own = up ? fill_down(pawns >> 8) : fill_up(pawns << 8);
+    const bitboard enemy_spans = enemy_pawns | beside(enemy_pawns);
+    const bitboard behind_enemy = up ? fill_down(enemy_spans >> 8) : fill_up(enemy_spans << 8);
+    const bitboard doubled = pawns & behind_own;
+    const bitboard passed = pawns & ~doubled & ~behind_enemy;
+    const bitboard isolated = pawns & ~doubled & ~passed & ~beside(fill_up(fill_down(pawns)));
+    int32_t score = -genes[GENE_DOUBLED] * popcount(doubled) - genes[GENE_ISOLATED] * popcount(isolated);
+    for (bitboard b = passed; b;) {
+        const int s = pop_square(b);
+        const int32_t bonus = passed_bonus[up ? 7 - rank_of(s) : rank_of(s)];
+        if (!(side.opponent->attacks[0] & square_bit(s)))
+            score += bonus;
+        else if ((side.attacks[0] & square_bit(s)) && genes[GENE_PASSED_GUARDED] != 0)
+            score += bonus / genes[GENE_PASSED_GUARDED];
     }
     return score;
 }

@@ -28,6 +28,52 @@ inline bool better(move_t c, move_t b) {
     return int32_t(c - b) > 0;
 }
 
+// The same order as one number per word, larger first: a word with a sort
+// key above every plain quiet move, plain quiet moves by history, then the
+// nearer centre, then the low 15 bits of the word (all higher bits are equal
+// by then). It agrees with `better` while the histories compared are below
+// 2^31; past that their signed difference is no order, and the caller falls
+// back on the tests themselves.
+inline uint64_t order_key(move_t word) {
+    const uint64_t primary = sort_key(word) ? (uint64_t(1) << 32 | sort_key(word)) : history_of(word);
+    return primary << 18 | uint64_t(centre_weight[move_to(word)]) << 15 | (word & 0x7FFF);
+}
+constexpr uint64_t KEY_HISTORY_TOP = uint64_t(1) << (31 + 18);  // bit 31 of a history in order_key
+
+// The keys of the words of a list below the root, kept beside it; they hold
+// while no history counter has changed since they were made.
+uint64_t order_keys[MAX_DEPTH][MAX_MOVES];
+uint64_t history_changes = 0;
+
+// Moves a node below the root through its list, best first.
+struct selector_t {
+    move_t* list;
+    uint64_t* keys;
+    int count;
+    uint64_t made_at = ~uint64_t(0);  // history_changes when the keys were made
+    bool beyond_keys = false;         // a history of 2^31 or more: order by the tests
+
+    // Swaps the best word from `first` on to `first`.
+    void select(int first) {
+        if (made_at != history_changes) {
+            uint64_t seen = 0;
+            for (int j = first; j < count; ++j) seen |= keys[j] = order_key(list[j]);
+            beyond_keys = (seen & KEY_HISTORY_TOP) != 0;
+            made_at = history_changes;
+        }
+        int top = first;
+        if (beyond_keys) {
+            for (int j = first + 1; j < count; ++j)
+                if (better(list[j], list[top])) top = j;
+        } else {
+            for (int j = first + 1; j < count; ++j)
+                if (keys[j] > keys[top]) top = j;
+        }
+        std::swap(list[first], list[top]);
+        std::swap(keys[first], keys[top]);
+    }
+};
+
 // At the root: the hash move, then the moves that took the most nodes last time.
 inline bool better_at_root(move_t c, move_t b) {
     if ((c ^ b) & MOVE_HASH) return c & MOVE_HASH;
@@ -67,31 +113,56 @@ int32_t alpha_beta(int ply, int depth_limit, int32_t alpha, int32_t beta, int ch
     if (search_info.stop) return 0;
     if (is_draw()) return 0;
 
-    // Step 2. The table answers for this iteration's own results.
+    // Step 2. The table answers for this iteration's own results. Its bucket
+    // is nearly always far away in memory: it is fetched at once and read
+    // after the work that does not depend on it, the attack maps, the moves
+    // and the static score of a shallow node. No early return can observe
+    // that order: the attack maps are stale outside a node, the evaluation
+    // changes nothing, and below the root this ply's list is read by nobody
+    // else. The root keeps its list as the last iteration left it until it
+    // has passed the table.
     const int depth = depth_limit - ply;
     const bool is_pv = beta - alpha > 1;
     const uint64_t key = board.states[board.ply].key;
-    const int32_t hit = tt_probe(key, depth, alpha, beta);
-    if (hit != TT_MISS && (!is_pv || (alpha < hit && hit < beta))) return hit;
-
+    tt_prefetch(key);
     const side_t& turn = *board.turn;
     const side_t& opponent = *turn.opponent;
     const bool null_ok = !is_pv && check_flags == 0 && null_allowed != 0 && turn.piece_material != 0 &&
                          opponent.piece_material != 0 && std::abs(alpha) <= MATE_BOUND &&
                          std::abs(beta) <= MATE_BOUND;
+    // A shallow node whose static score reaches beta ends unless it has no
+    // move at all: it needs no list, only to know that one move exists.
+    int count = 0;
+    int32_t static_score = 0;
+    bool static_cut = false, any_move = false;
+    const auto prepare = [&] {
+        update_checks();
+        update_attacks();
+        if (null_ok && depth <= 2) {
+            static_score = evaluate() - 25 * depth * popcount(turn.pieces[0] & opponent.attacks[0]);
+            static_cut = static_score >= beta;
+        }
+        if (static_cut) {
+            any_move = has_legal_move();
+        } else {
+            count = generate_moves(ply, GENERATE_ALL);
+            any_move = count != 0;
+        }
+    };
+    if (ply > 0) prepare();
+    const int32_t hit = tt_probe(key, depth, alpha, beta);
+    if (hit != TT_MISS && (!is_pv || (alpha < hit && hit < beta))) return hit;
 
     // Step 3. Generate before any pruning, so that mate and stalemate are found first.
-    update_checks();
-    update_attacks();
-    const int count = generate_moves(ply, GENERATE_ALL);
-    if (count == 0) return check_flags ? ply - MATE : 0;
+    if (ply == 0) prepare();
+    if (!any_move) return check_flags ? ply - MATE : 0;
 
-    // Step 4. Null move, or at depth 1 and 2 its static substitute.
+    // Step 4. Null move, or at depth 1 and 2 its static substitute: the
+    // evaluation less 25 for each own man attacked, for each ply of depth.
     bool shallow = false, may_reduce = false, no_upper_store = false;
     if (null_ok) {
         if (depth <= 2) {
-            const int32_t score = evaluate() - 25 * depth * popcount(turn.pieces[0] & opponent.attacks[0]);
-            if (score >= beta) return score;
+            if (static_cut) return static_score;
             shallow = no_upper_store = true;
         } else {
             const int reduction = ((depth + 1) >> 2) + 2;
@@ -105,18 +176,22 @@ int32_t alpha_beta(int ply, int depth_limit, int32_t alpha, int32_t beta, int ch
 
     // Step 5. The table's move, found by a shallower search in a PV node without one.
     move_t hash_move = tt_best_move(key);
+    bool fresh_list = true;  // as the generator left it, with no order bits yet
     if (hash_move == 0 && is_pv && depth > 2) {
         alpha_beta(ply, depth_limit - 2, alpha, beta, check_flags, null_allowed);
         hash_move = tt_best_move(key);
+        fresh_list = false;
     }
 
     // Step 6. Order bits on the list: hash move, then the two killers.
     move_t* list = move_lists[ply];
     const move_t killer_1 = killers[ply][0], killer_2 = killers[ply][1];
+    int hash_index = -1;
     for (int i = 0; i < count; ++i) {
-        if (list[i] == hash_move)
+        if (list[i] == hash_move) {
             list[i] |= MOVE_HASH;
-        else if (list[i] == killer_1)
+            hash_index = i;
+        } else if (list[i] == killer_1)
             list[i] |= MOVE_KILLER_1;
         else if (list[i] == killer_2)
             list[i] |= MOVE_KILLER_2;
@@ -128,11 +203,19 @@ int32_t alpha_beta(int ply, int depth_limit, int32_t alpha, int32_t beta, int ch
     int quiet_count = 0, tactical_count = 0;
 
     // Step 7. The moves, best first by selection.
+    selector_t selector{list, order_keys[ply], count};
     for (int i = 0; i < count; ++i) {
-        int top = i;
-        for (int j = i + 1; j < count; ++j)
-            if (ply == 0 ? better_at_root(list[j], list[top]) : better(list[j], list[top])) top = j;
-        std::swap(list[i], list[top]);
+        if (ply == 0) {
+            int top = i;
+            for (int j = i + 1; j < count; ++j)
+                if (better_at_root(list[j], list[top])) top = j;
+            std::swap(list[i], list[top]);
+        } else if (i == 0 && fresh_list && hash_index >= 0) {
+            // The only word with the hash bit ranks first of all: no scan.
+            std::swap(list[0], list[hash_index]);
+        } else {
+            selector.select(i);
+        }
         const move_t word = list[i], played = word & MOVE_STRIP;
         if (ply == 0) {
             search_info.currmove = word;
@@ -171,6 +254,7 @@ int32_t alpha_beta(int ply, int depth_limit, int32_t alpha, int32_t beta, int ch
                 // Step 8. Fail high: a plain quiet move feeds history and killers.
                 if ((played >> 17) == 0) {
                     history[move_moved(played) * 64 + move_to(played)] += uint32_t(depth * depth);
+                    ++history_changes;
                     if (played != killers[ply][0] && played != killers[ply][1]) {
                         killers[ply][1] = killers[ply][0];
                         killers[ply][0] = played;

@@ -34,6 +34,13 @@ void tt_new_search();
 void tt_clear();
 int tt_hashfull();
 
+// The four entries that a key addresses.
+inline tt_entry* tt_bucket(uint64_t key) { return tt_table + (uint32_t(key) & tt_mask); }
+
+// Starts loading a key's bucket into the cache; a probe that follows other
+// work then finds it there.
+inline void tt_prefetch(uint64_t key) { __builtin_prefetch(tt_bucket(key)); }
+
 move_t tt_best_move(uint64_t key);  // any age
 move_t tt_pv_move(uint64_t key);    // current age only
 int32_t tt_probe(uint64_t key, int depth, int32_t alpha, int32_t beta);

@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# Installs from Debian's packages what a make target needs and the machine
+# lacks. As root it installs them; otherwise it names them in one line and
+# fails, so that nothing half-works.
+# Usage: tools/setup.sh build|test
+set -euo pipefail
+case "${1:-}" in
+    build) wanted=(g++ cmake) ;;
+    # The tests: GoogleTest, clang with its fuzzer runtime, Node.js for the
+    # match driver and the opponents it plays.
+    test) wanted=(g++ cmake libgtest-dev clang libclang-rt-14-dev nodejs npm glaurung toga2 stockfish) ;;
+    *) echo "usage: tools/setup.sh build|test" >&2; exit 2 ;;
+esac
+missing=()
+# A package counts as present when Debian has it installed, or when the
+# command it brings is there from elsewhere (a Node.js of another origin).
+for pkg in "${wanted[@]}"; do
+    case "$pkg" in nodejs) cmd=node ;; npm|g++|cmake|clang) cmd=$pkg ;; *) cmd= ;; esac
+    [ -n "$cmd" ] && command -v "$cmd" >/dev/null && continue
+    dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed' || missing+=("$pkg")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+if [ "$(id -u)" -ne 0 ]; then
+    echo "velkor: missing Debian packages: ${missing[*]} (as root: apt-get install ${missing[*]})" >&2
+    exit 1
+fi
+echo "installing ${missing[*]} from Debian's packages" >&2
+export DEBIAN_FRONTEND=noninteractive
+apt-get update -qq
+apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
