@@ -7,8 +7,9 @@ set -euo pipefail
 case "${1:-}" in
     build) wanted=(g++ cmake) ;;
     # The tests: GoogleTest, clang with its fuzzer runtime, Node.js for the
-    # match driver and the opponents it plays.
-    test) wanted=(g++ cmake libgtest-dev clang libclang-rt-14-dev nodejs npm glaurung toga2 stockfish) ;;
+    # match driver and the opponents it plays, the tuner's Python packages.
+    test) wanted=(g++ cmake libgtest-dev clang libclang-rt-14-dev nodejs npm glaurung toga2 stockfish
+        python3-pytest python3-numpy) ;;
     *) echo "usage: tools/setup.sh build|test" >&2; exit 2 ;;
 esac
 missing=()

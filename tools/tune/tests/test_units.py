@@ -1,0 +1,67 @@
+"""Gene strings against the engine's own reading, the PBIL step and the match
+statistics against values worked out by hand."""
+import os
+import pathlib
+import subprocess
+
+import numpy as np
+import pytest
+
+from velkor_tune import genes, pbil, stats
+
+ROOT = pathlib.Path(__file__).resolve().parents[3]
+ENGINE = os.environ.get("VELKOR_ENGINE", str(ROOT / "build" / "release" / "velkor"))
+
+
+def engine_genes(text):
+    out = subprocess.run([ENGINE, "-pbil=" + text], input="quit\n", capture_output=True,
+                         text=True, timeout=30).stdout
+    return [int(line.split("=")[1]) for line in out.splitlines() if line.startswith("info debug pbil[")]
+
+
+@pytest.mark.skipif(not os.access(ENGINE, os.X_OK), reason="no engine build")
+def test_strings_read_as_the_engine_reads_them():
+    rng = np.random.default_rng(7)
+    texts = [genes.DEFAULT_STRING, "1" * 84, "0" * 84, "x1" * 42] + pbil.sample(pbil.State(), 5, rng)
+    for text in texts:
+        assert engine_genes(text) == genes.decode(text), text
+    assert engine_genes(genes.DEFAULT_STRING) == list(genes.DEFAULTS)
+
+
+def test_gray_coding():
+    assert genes.decode("000111" + "101011" + "0" * 72)[:2] == [5, 50]
+    assert genes.decode("1" * 84) == [42] * 14
+    assert all(genes.gray_decode(genes.gray_encode(v)) == v for v in range(64))
+    assert all(bin(genes.gray_encode(v) ^ genes.gray_encode(v + 1)).count("1") == 1 for v in range(63))
+    with pytest.raises(ValueError):
+        genes.decode("1" * 83)
+
+
+def test_pbil_step():
+    no_mutation = pbil.Settings(mutation_probability=0.0)
+    best, worst = "1" * 42 + "0" * 42, "0" * 84
+    state = pbil.update(pbil.State(), [worst, best], [0.2, 0.9], no_mutation, np.random.default_rng(1))
+    # 0.5 -> 0.55 by the learning rate, then 0.55 * 0.925 + 0.075 where best and worst differ.
+    assert state.probabilities[:42] == pytest.approx([0.58375] * 42)
+    # Where they agree on a zero: 0.5 * 0.9 only.
+    assert state.probabilities[42:] == pytest.approx([0.45] * 42)
+    mutated = pbil.update(pbil.State(), [best, worst], [1, 0], pbil.Settings(mutation_probability=1.0),
+                          np.random.default_rng(1))
+    assert all(abs(p - q) == pytest.approx(0.05 * q) or abs(p - q) == pytest.approx(0.05 * (1 - q))
+               for p, q in zip(mutated.probabilities, state.probabilities))
+    assert pbil.entropy(pbil.State()) == pytest.approx(1.0)
+    assert pbil.sample(pbil.State(), 3, np.random.default_rng(5)) == pbil.sample(
+        pbil.State(), 3, np.random.default_rng(5))
+
+
+def test_statistics():
+    even = stats.summary([1, 0, 2, 0, 1])
+    # mean 0.5, variance 0.125 a pair, se sqrt(0.125 / 4) = 0.17678;
+    # 0.5 + 1.96 * 0.17678 = 0.84648 -> -400 log10(1 / 0.84648 - 1) = 296.6 Elo.
+    assert (even["score"], even["elo"], even["los"]) == (0.5, pytest.approx(0.0), pytest.approx(0.5))
+    assert even["elo_error"] == pytest.approx(296.6, abs=0.1)
+    ahead = stats.summary([0, 1, 2, 3, 4])
+    # mean (0.25 + 1 + 2.25 + 4) / 10 = 0.75 -> 400 log10(3) = 190.85 Elo.
+    assert ahead["score"] == pytest.approx(0.75)
+    assert ahead["elo"] == pytest.approx(190.85, abs=0.01)
+    assert ahead["los"] > 0.99

@@ -1,0 +1,51 @@
+"""The engine's 14 tunable weights and their 84-character -pbil= string.
+
+Each weight takes six characters, first character the highest bit, read as a
+Gray code: neighbouring values differ in one character. "1" is a one bit,
+anything else a zero.
+"""
+
+GENE_SIZE = 6
+GENE_NAMES = (
+    "mobility", "pawn chain", "hanging divisor", "diagonal guard", "straight guard",
+    "bishop pair", "king shelter", "king danger", "pinned divisor", "doubled",
+    "isolated", "guarded-passer divisor", "rook on the far ranks", "rook on an open file",
+)
+GENE_NUMBER = len(GENE_NAMES)
+BITS = GENE_SIZE * GENE_NUMBER
+DEFAULTS = (5, 2, 10, 5, 5, 15, 1, 10, 10, 5, 10, 2, 50, 25)
+
+
+def gray_encode(value: int) -> int:
+    return value ^ (value >> 1)
+
+
+def gray_decode(code: int) -> int:
+    value = 0
+    while code:
+        value ^= code
+        code >>= 1
+    return value
+
+
+def encode(weights) -> str:
+    """The string whose decoding gives these weights (each 0..63)."""
+    if len(weights) != GENE_NUMBER or any(not 0 <= w < 1 << GENE_SIZE for w in weights):
+        raise ValueError(f"need {GENE_NUMBER} weights of 0..{(1 << GENE_SIZE) - 1}")
+    return "".join(format(gray_encode(w), f"0{GENE_SIZE}b") for w in weights)
+
+
+def decode(text: str) -> list[int]:
+    """The weights the engine reads from a string of 84 characters."""
+    if len(text) != BITS:
+        raise ValueError(f"a gene string has {BITS} characters, got {len(text)}")
+    bits = "".join("1" if c == "1" else "0" for c in text)
+    return [gray_decode(int(bits[k:k + GENE_SIZE], 2)) for k in range(0, BITS, GENE_SIZE)]
+
+
+DEFAULT_STRING = encode(DEFAULTS)
+
+
+def describe(text: str) -> str:
+    """One line a weight: name and value, for best.txt and the terminal."""
+    return "\n".join(f"{name:>24} {value:3d}" for name, value in zip(GENE_NAMES, decode(text)))
