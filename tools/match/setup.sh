@@ -15,4 +15,4 @@ if ! command -v node >/dev/null; then
     echo "installing Node.js from Debian's packages" >&2
     apt-get update -qq && apt-get install -y -qq nodejs npm >/dev/null
 fi
-[ -d node_modules/chess.js ] || npm ci --no-audit --no-fund --silent
+[ -d node_modules/chess.js ] || npm ci --no-audit --no-fund --loglevel=error
