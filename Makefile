@@ -7,7 +7,7 @@ JOBS    ?= $(shell nproc 2>/dev/null || echo 2)
 RELEASE := $(BUILD)/release
 SANITIZE := $(BUILD)/sanitize
 
-.PHONY: all run test setup-test release release-pgo sanitize fuzz soak perft-long bench-perft bench-eval bench-search check-valgrind clean
+.PHONY: all run test setup-test release release-pgo sanitize fuzz soak tune tune-scheduler tune-worker perft-long bench-perft bench-eval bench-search check-valgrind clean
 
 all: release
 
@@ -49,9 +49,9 @@ FUZZ_SMOKE ?= 15
 test: setup-test release sanitize
 	cd $(RELEASE) && ctest --output-on-failure -j $(JOBS)
 	cd $(SANITIZE) && ctest --output-on-failure -j $(JOBS)
+	bash tools/match/setup.sh
 	cd tools/tune && VELKOR_ENGINE=$(abspath $(RELEASE))/velkor /usr/bin/python3 -m pytest -q
 	bash tests/fuzz/run.sh $(FUZZ_SMOKE)
-	bash tools/match/setup.sh
 	node tools/match/match.mjs --engine $(RELEASE)/velkor --games 4 --tc 2+0.02 --concurrency 2 \
 		--pgn $(BUILD)/match/smoke.pgn --seed 1
 
@@ -63,6 +63,27 @@ soak: release
 	bash tools/match/setup.sh
 	node tools/match/match.mjs --engine $(RELEASE)/velkor --games $(GAMES) --tc $(TC) --concurrency $(JOBS) \
 		--pgn $(BUILD)/match/soak.pgn --seed $(SEED)
+
+# The gene tuner: make tune ARGS="run build/tune/run1 --generations 30"
+# (tools/tune/velkor-tune --help). A machine that lends its cores to a
+# cluster: make tune-worker SCHEDULER=tcp://HOST:8786 [WORKERS=N]; the
+# cluster's scheduler: make tune-scheduler.
+ARGS ?= --help
+WORKERS ?= $(JOBS)
+tune: release
+	@bash tools/setup.sh tune
+	bash tools/match/setup.sh --no-opponents
+	tools/tune/velkor-tune $(ARGS)
+
+tune-scheduler:
+	@bash tools/setup.sh tune
+	dask-scheduler --port 8786 --no-dashboard
+
+tune-worker:
+	@test -n "$(SCHEDULER)" || (echo "make tune-worker SCHEDULER=tcp://HOST:8786 [WORKERS=N]" >&2; exit 2)
+	@bash tools/setup.sh tune
+	bash tools/match/setup.sh --no-opponents
+	PYTHONPATH=$(abspath tools/tune) dask-worker $(SCHEDULER) --nworkers $(WORKERS) --nthreads 1 --no-dashboard
 
 # The fuzz targets for as long as asked: make fuzz FUZZ_SECONDS=600
 FUZZ_SECONDS ?= 300

@@ -2,15 +2,17 @@
 # Installs from Debian's packages what a make target needs and the machine
 # lacks. As root it installs them; otherwise it names them in one line and
 # fails, so that nothing half-works.
-# Usage: tools/setup.sh build|test
+# Usage: tools/setup.sh build|test|tune
 set -euo pipefail
 case "${1:-}" in
     build) wanted=(g++ cmake) ;;
     # The tests: GoogleTest, clang with its fuzzer runtime, Node.js for the
     # match driver and the opponents it plays, the tuner's Python packages.
     test) wanted=(g++ cmake libgtest-dev clang libclang-rt-14-dev nodejs npm glaurung toga2 stockfish
-        python3-pytest python3-numpy) ;;
-    *) echo "usage: tools/setup.sh build|test" >&2; exit 2 ;;
+        python3-pytest python3-numpy python3-distributed python3-matplotlib) ;;
+    # The tuner and its Dask workers: Python's numerics, Dask, plots, Node.js for the games.
+    tune) wanted=(nodejs npm python3-numpy python3-distributed python3-matplotlib) ;;
+    *) echo "usage: tools/setup.sh build|test|tune" >&2; exit 2 ;;
 esac
 missing=()
 # A package counts as present when Debian has it installed, or when the

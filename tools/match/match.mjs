@@ -30,14 +30,22 @@ const USAGE = `usage: node tools/match/match.mjs [options]
                          Velkor White in the first game of a pair, Black in the second
   --tc T                 time control [moves/]base+inc in seconds (default 2+0.02),
                          e.g. 2+0.02, 10+0.1, 40/10+0.1
-  --opponents LIST       comma-separated: glaurung, toga2, stockfish, ethereal, or
+  --depth D              games at a fixed depth (go depth D) instead of clocks
+  --opponents LIST       comma-separated: glaurung, toga2, stockfish, ethereal,
+                         velkor (a second Velkor with the default weights),
+                         velkor:GENES (a second Velkor started with -pbil=GENES), or
                          name=/path/to/uci-engine (default glaurung,toga2,stockfish)
+  --pbil GENES           start the tested Velkor with -pbil=GENES (84 characters)
   --stockfish-skill N    Stockfish "Skill Level" (default 1)
   --concurrency N        games played at once, each with its own engines (default 2)
   --pgn FILE             PGN output (default build/match/games.pgn in the repository)
   --log-dir DIR          transcripts of games with a failure (default: <pgn dir>/logs)
   --openings FILE        opening lines (default tools/match/openings.txt)
   --seed N               order of the openings (default 1)
+  --pair-offset P        start at pair P of that order (default 0), so that several
+                         runs with one seed play different openings
+  --json FILE            the result as JSON: wins, draws, losses, pentanomial pair
+                         counts, failures by kind and engine, every game
   --max-plies N          a game reaching N plies is adjudicated a draw (default 300)
   --resign-moves N       resign adjudication: both engines' last N scores agree that one
                          side is lost by --resign-score or more (default 0 = off)
@@ -53,6 +61,10 @@ function parseArgs(argv) {
     engine: join(REPO, 'build', 'release', 'velkor'),
     games: 8,
     tc: '2+0.02',
+    depth: 0,
+    pbil: null,
+    pairOffset: 0,
+    json: null,
     opponents: 'glaurung,toga2,stockfish',
     stockfishSkill: 1,
     concurrency: 2,
@@ -83,6 +95,10 @@ function parseArgs(argv) {
       case '--engine': o.engine = resolve(v()); break;
       case '--games': o.games = num(a, v()); break;
       case '--tc': o.tc = v(); break;
+      case '--depth': o.depth = num(a, v()); break;
+      case '--pbil': o.pbil = genes(v()); break;
+      case '--pair-offset': o.pairOffset = num(a, v()); break;
+      case '--json': o.json = resolve(v()); break;
       case '--opponents': o.opponents = v(); break;
       case '--stockfish-skill': o.stockfishSkill = num(a, v()); break;
       case '--concurrency': o.concurrency = num(a, v()); break;
@@ -110,6 +126,14 @@ function parseArgs(argv) {
   return o;
 }
 
+// A -pbil= string as the engine reads it: 84 characters, six a weight.
+const GENE_CHARS = 84;
+function genes(text) {
+  if (text.length !== GENE_CHARS) usage(`a gene string has ${GENE_CHARS} characters, got ${text.length}`);
+  return text;
+}
+const pbilArgs = (text) => (text ? [`-pbil=${text}`] : []);
+
 function usage(msg) {
   process.stderr.write(`${msg}\n\n${USAGE}`);
   process.exit(2);
@@ -121,8 +145,11 @@ function parseTc(text) {
   return { moves: m[1] ? Number(m[1]) : 0, baseMs: Math.round(Number(m[2]) * 1000), incMs: Math.round(Number(m[3] ?? 0) * 1000), pgn: text };
 }
 
-function opponentConfigs(list, skill) {
+function opponentConfigs(list, skill, velkor) {
   return list.split(',').map((s) => s.trim()).filter(Boolean).map((item) => {
+    // A second Velkor: the same binary and options, its own weights.
+    const v = /^velkor(?::(.*))?$/.exec(item);
+    if (v) return { key: `base${v[1] ?? ''}`, name: 'Velkor-base', path: velkor.path, args: pbilArgs(v[1] && genes(v[1])), options: velkor.options };
     const m = /^([^=]+)=(.+)$/.exec(item);
     if (m) return { key: m[1], name: m[1], path: resolve(m[2]), options: [] };
     const known = OPPONENTS[item];
@@ -172,7 +199,7 @@ async function main() {
     process.stderr.write(`engine not found or not executable: ${opt.engine}\n`);
     process.exit(2);
   }
-  const velkor = { key: 'velkor', name: 'Velkor', path: opt.engine, options: opt.options, isVelkor: true };
+  const velkor = { key: 'velkor', name: 'Velkor', path: opt.engine, args: pbilArgs(opt.pbil), options: opt.options, isVelkor: true };
   let passed = 0;
   let failed = 0;
 
@@ -217,23 +244,25 @@ async function main() {
 
   // Schedule
   const openings = loadOpenings(opt.openings);
-  const opponents = opponentConfigs(opt.opponents, opt.stockfishSkill);
+  const opponents = opponentConfigs(opt.opponents, opt.stockfishSkill, velkor);
   if (!opponents.length) usage('no opponents');
   const order = shuffled(openings.length, opt.seed);
   const date = new Date().toISOString().slice(0, 10).replace(/-/g, '.');
   const jobs = [];
   for (let g = 0; g < opt.games; g++) {
-    const pair = Math.floor(g / 2);
+    const pair = opt.pairOffset + Math.floor(g / 2);
     const opening = openings[order[pair % openings.length]];
     const opp = opponents[pair % opponents.length];
     const velkorWhite = g % 2 === 0;
     jobs.push({
       gameNo: g + 1,
+      pair,
       round: g + 1,
       opening,
       whiteCfg: velkorWhite ? velkor : opp,
       blackCfg: velkorWhite ? opp : velkor,
       tc,
+      depth: opt.depth,
       maxPlies: opt.maxPlies,
       resign: { moves: opt.resignMoves, cp: opt.resignScore },
       stallMarginMs: opt.stallMargin * 1000,
@@ -243,7 +272,8 @@ async function main() {
       logDir: opt.logDir,
     });
   }
-  console.log(`Match: ${opt.games} games at ${tc.pgn}, Velkor (${opt.engine}) against ${opponents.map((o) => o.name).join(', ')}, concurrency ${opt.concurrency}`);
+  const limitText = opt.depth ? `depth ${opt.depth}` : tc.pgn;
+  console.log(`Match: ${opt.games} games at ${limitText}, Velkor (${opt.engine}) against ${opponents.map((o) => o.name).join(', ')}, concurrency ${opt.concurrency}`);
   mkdirSync(dirname(opt.pgn), { recursive: true });
   writeFileSync(opt.pgn, '');
   const pvLog = join(opt.logDir, 'pv-failures.log');
@@ -260,6 +290,7 @@ async function main() {
   const velkorFailedGames = new Set();
   const results = new Map();
   let pvLinesChecked = 0;
+  const pvFailures = new Map(); // gameNo -> illegal pvs found in it
   let internalErrors = 0;
 
   // PV checker in its own low-priority process.
@@ -272,6 +303,9 @@ async function main() {
       pvLinesChecked += msg.lines;
       if (!msg.bad.length) return;
       statFor(msg.engine).illegalPv += msg.bad.length;
+      const perGame = pvFailures.get(msg.gameNo) ?? [];
+      for (const b of msg.bad) perGame.push({ engine: msg.engine, isVelkor: msg.isVelkor, kind: 'illegalPv', detail: `ply ${b.ply}: move ${b.index + 1} "${b.move}" in "${b.line.trim()}"` });
+      pvFailures.set(msg.gameNo, perGame);
       if (msg.isVelkor) velkorFailedGames.add(msg.gameNo);
       mkdirSync(opt.logDir, { recursive: true });
       for (const b of msg.bad) {
@@ -368,11 +402,41 @@ async function main() {
   console.log(`PGN: ${opt.pgn}`);
   if (internalErrors) console.log(`Driver errors: ${internalErrors}`);
   console.log(`Time: ${elapsed.toFixed(1)} s`);
+  if (opt.json) writeFileSync(opt.json, JSON.stringify(jsonResult(opt, jobs, results, stats, velkor, pvFailures, endings, internalErrors), null, 1) + '\n');
   const gamesFailed = velkorFailedGames.size;
   passed += jobs.length - gamesFailed;
   failed += gamesFailed;
   console.log(`${passed} passed, ${failed} failed`);
   process.exit(failed ? 1 : 0);
+}
+
+// The match for programs: Velkor's wins, draws and losses, the pentanomial
+// counts of its pairs (0, 1/2, 1, 3/2 or 2 points from the two games of one
+// opening), failures by kind for Velkor and for its opponents, every game.
+function jsonResult(opt, jobs, results, stats, velkor, pvFailures, endings, internalErrors) {
+  const points = (r) => (r.result === '1/2-1/2' ? 0.5 : (r.result === '1-0') === (r.white === velkor.name) ? 1 : 0);
+  const games = jobs.map((job) => {
+    const r = results.get(job.gameNo);
+    if (!r) return { game: job.gameNo, pair: job.pair, opening: job.opening.name, result: null, reason: 'driver error', failures: [] };
+    const failures = [...r.failures, ...(pvFailures.get(job.gameNo) ?? [])]
+      .map((f) => ({ engine: f.engine, velkor: !!f.isVelkor, kind: f.kind, detail: f.detail }));
+    return { game: job.gameNo, pair: job.pair, opening: r.opening, white: r.white, black: r.black, result: r.result,
+      reason: r.reason, ending: r.kind, plies: r.plies, points: points(r), failures };
+  });
+  const penta = [0, 0, 0, 0, 0];
+  for (let i = 0; i + 1 < games.length; i += 2) {
+    if (games[i].result && games[i + 1].result) penta[2 * (games[i].points + games[i + 1].points)]++;
+  }
+  const kinds = (s) => Object.fromEntries(KINDS.map((k) => [k, s[k]]));
+  const opponentsFailures = Object.fromEntries(KINDS.map((k) => [k, 0]));
+  for (const [name, s] of stats) if (name !== velkor.name) for (const k of KINDS) opponentsFailures[k] += s[k];
+  const v = stats.get(velkor.name);
+  return {
+    engine: opt.engine, pbil: opt.pbil, opponents: opt.opponents, depth: opt.depth || null, tc: opt.depth ? null : opt.tc,
+    seed: opt.seed, pairOffset: opt.pairOffset, games: games.length, wins: v.w, draws: v.d, losses: v.l, penta,
+    failures: { velkor: kinds(v), opponents: opponentsFailures, driver: internalErrors },
+    endings: Object.fromEntries(endings), pgn: opt.pgn, results: games,
+  };
 }
 
 const workers = [];

@@ -73,7 +73,8 @@ export async function search(engine, posCmd, goCmd, remainingMs, stallMarginMs) 
 
 // Plays a game. job: { gameNo, round, opening: { name, fen, moves },
 //   white, black: engine handles { engine (UciEngine), cfg: { name, isVelkor } },
-//   tc: { baseMs, incMs, moves, text }, maxPlies, resign: { moves, cp },
+//   tc: { baseMs, incMs, moves, text }, depth (a fixed depth instead of clocks, or 0),
+//   maxPlies, resign: { moves, cp },
 //   stallMarginMs, event, site, date }
 // hooks.onPv(batch): receives the info lines of each search for pv checking.
 // The caller has started both engines; this sends ucinewgame itself.
@@ -87,15 +88,17 @@ export async function playGame(job, hooks = {}) {
 
   const startFen = job.opening.fen ?? null;
   const chess = new Chess(startFen ?? START_FEN);
+  // Every move played on `chess`, opening included: chess.history() would
+  // replay the whole game to count them.
   const moves = [...job.opening.moves];
   for (const mv of moves) playUci(chess, mv);
   // notes[i]: comment written after the i-th move of the game (opening included)
   const notes = [];
   const note = (text) => {
-    const i = chess.history().length - 1;
+    const i = moves.length - 1;
     notes[i] = notes[i] ? `${notes[i]}; ${text}` : text;
   };
-  note(`opening: ${job.opening.name}`);
+  note(`opening: ${job.opening.name}${job.depth ? `; go depth ${job.depth}` : ''}`);
   let repKeys = [positionKey(chess)];
 
   const tc = job.tc;
@@ -123,7 +126,7 @@ export async function playGame(job, hooks = {}) {
   while (!end) {
     end = gameOverByRules(chess);
     if (end) break;
-    if (chess.history().length >= job.maxPlies) {
+    if (moves.length >= job.maxPlies) {
       end = { result: '1/2-1/2', reason: `move cap of ${job.maxPlies} plies`, tag: 'adjudication', kind: 'move cap' };
       break;
     }
@@ -142,10 +145,11 @@ export async function playGame(job, hooks = {}) {
     const side = sides[turn];
     const rootFen = chess.fen();
     const posCmd = positionCommand(startFen, moves);
-    const goCmd = goCommand(clock, tc, turn);
+    // A game at a fixed depth has no clocks: each search has the stall margin alone.
+    const goCmd = job.depth ? `go depth ${job.depth}` : goCommand(clock, tc, turn);
     let s;
     try {
-      s = await search(side.engine, posCmd, goCmd, clock[turn], job.stallMarginMs);
+      s = await search(side.engine, posCmd, goCmd, job.depth ? 0 : clock[turn], job.stallMarginMs);
     } catch (e) {
       if (!(e instanceof EngineFailure)) throw e;
       fail(turn, e.kind, `${e.message} (after "${posCmd}" / "${goCmd}")`, ply);
@@ -156,7 +160,7 @@ export async function playGame(job, hooks = {}) {
 
     if (hooks.onPv) {
       const pvLines = s.infos.filter((l) => parseInfo(l).pv?.length);
-      if (pvLines.length) hooks.onPv({ engine: side.cfg.name, isVelkor: !!side.cfg.isVelkor, ply: chess.history().length, rootFen, posCmd, goCmd, lines: pvLines });
+      if (pvLines.length) hooks.onPv({ engine: side.cfg.name, isVelkor: !!side.cfg.isVelkor, ply: moves.length, rootFen, posCmd, goCmd, lines: pvLines });
     }
 
     // Score and depth of the search, from its info lines.
@@ -169,7 +173,7 @@ export async function playGame(job, hooks = {}) {
     }
 
     // Clock: the whole time from writing go to reading bestmove, no margin.
-    clock[turn] -= s.elapsed;
+    if (!job.depth) clock[turn] -= s.elapsed;
     const flagged = clock[turn] < 0;
     if (flagged) {
       fail(turn, 'timeForfeit', `used ${s.elapsed.toFixed(1)} ms with ${(clock[turn] + s.elapsed).toFixed(1)} ms left (after "${posCmd}" / "${goCmd}")`, ply);
@@ -204,8 +208,8 @@ export async function playGame(job, hooks = {}) {
     repKeys = mv.captured || mv.piece === 'p' ? [positionKey(chess)] : [...repKeys, positionKey(chess)];
 
     lastScores[turn].push(scoreToCp(score));
-    clock[turn] += tc.incMs;
-    if (tc.moves) {
+    if (!job.depth) clock[turn] += tc.incMs;
+    if (tc.moves && !job.depth) {
       clock.movesLeft[turn]--;
       if (clock.movesLeft[turn] === 0) {
         clock[turn] += tc.baseMs;
@@ -235,7 +239,7 @@ export async function playGame(job, hooks = {}) {
     ['Result', end.result],
   ];
   if (startFen) headers.push(['SetUp', '1'], ['FEN', startFen]);
-  headers.push(['TimeControl', tc.pgn], ['Termination', end.tag], ['Opening', job.opening.name], ['PlyCount', String(chess.history().length)]);
+  headers.push(['TimeControl', job.depth ? '-' : tc.pgn], ['Termination', end.tag], ['Opening', job.opening.name], ['PlyCount', String(moves.length)]);
   note(end.reason);
   const pgn = pgnText(headers, chess, startFen ?? START_FEN, notes, end.result);
 
@@ -249,7 +253,7 @@ export async function playGame(job, hooks = {}) {
     reason: end.reason,
     kind: end.kind ?? end.reason,
     termination: end.tag,
-    plies: chess.history().length,
+    plies: moves.length,
     failures,
     pgn,
     ms: performance.now() - t0,

@@ -1,5 +1,8 @@
-"""Gene strings against the engine's own reading, the PBIL step and the match
-statistics against values worked out by hand."""
+"""Gene strings against the engine's own reading, the PBIL step, the match
+statistics against values worked out by hand, the driver's result, and the
+engine check of a worker."""
+import hashlib
+import json
 import os
 import pathlib
 import subprocess
@@ -7,9 +10,10 @@ import subprocess
 import numpy as np
 import pytest
 
-from velkor_tune import genes, pbil, stats
+from velkor_tune import engine, genes, match, pbil, report, stats
 
 ROOT = pathlib.Path(__file__).resolve().parents[3]
+DATA = pathlib.Path(__file__).resolve().parent / "data"
 ENGINE = os.environ.get("VELKOR_ENGINE", str(ROOT / "build" / "release" / "velkor"))
 
 
@@ -65,3 +69,47 @@ def test_statistics():
     assert ahead["score"] == pytest.approx(0.75)
     assert ahead["elo"] == pytest.approx(190.85, abs=0.01)
     assert ahead["los"] > 0.99
+
+
+def test_sequential_test_and_errors():
+    # 100 pairs: mean (5 + 20 + 18.75 + 10) / 100 = 0.5375, deviation of a pair 0.25341;
+    # bound 5 nElo = 5 / 347.44 * sqrt(2) = 0.020352 deviations of a pair, bound 0 = 0;
+    # LLR = 100 * 0.020352 * (0.0375 / 0.25341 - 0.010176) = 0.28046.
+    q = stats.sprt([5, 20, 40, 25, 10], 0, 5)
+    assert q["llr"] == pytest.approx(0.28046, abs=1e-5)
+    assert (q["lower"], q["upper"], q["verdict"]) == (pytest.approx(-2.944, abs=1e-3), pytest.approx(2.944, abs=1e-3),
+                                                      "running")
+    assert stats.sprt([0, 0, 10, 30, 60], 0, 5)["verdict"] == "H1 accepted"
+    assert stats.sprt([60, 30, 10, 0, 0], 0, 5)["verdict"] == "H0 accepted"
+    assert stats.sprt([0, 0, 7, 0, 0], 0, 5)["llr"] == 0  # no spread: nothing learnt yet
+    assert stats.score_error([5, 20, 40, 25, 10]) == pytest.approx(0.025341, abs=1e-6)
+    assert stats.score_error([0, 0, 1, 0, 0]) == 0
+
+
+def test_expected_gene_values():
+    mean, sd = report.gene_moments([0.5] * 84)
+    assert mean == pytest.approx([31.5] * 14) and sd == pytest.approx([18.47] * 14, abs=0.01)
+    certain = [float(c) for c in genes.DEFAULT_STRING]
+    mean, sd = report.gene_moments(certain)
+    assert list(mean) == pytest.approx(list(genes.DEFAULTS)) and sd == pytest.approx([0] * 14, abs=1e-6)
+    assert report.likeliest(certain) == genes.DEFAULT_STRING
+
+
+def test_driver_result_parsing():
+    record = match.parse(json.loads((DATA / "driver-result.json").read_text()))
+    assert (record["wins"], record["draws"], record["losses"], record["score"]) == (0, 1, 1, 0.25)
+    assert record["penta"] == [0, 1, 0, 0, 0]
+    assert record["failures"] == {"crash": 1, "stall": 0, "illegal": 0, "illegalPv": 0, "timeForfeit": 0, "driver": 0}
+    assert record["base_failures"]["illegalPv"] == 1
+    assert [g["ending"] for g in record["games"]] == ["threefold repetition", "crash"]
+
+
+def test_engine_refused(tmp_path, monkeypatch):
+    monkeypatch.setattr(engine, "CACHE", tmp_path)
+    liar = b"#!/bin/sh\necho '123 nodes in 1 ms, speed = 1 nodes/s'\n"
+    digest = hashlib.sha256(liar).hexdigest()
+    with pytest.raises(engine.EngineRefused, match="123 nodes, not 17072933"):
+        engine.install(liar, digest)
+    with pytest.raises(engine.EngineRefused, match="do not match"):
+        engine.install(liar + b"#", digest)
+    assert not (tmp_path / digest / "bench-ok").exists()

@@ -28,3 +28,41 @@ def summary(penta) -> dict:
         1.0 if mean > 0.5 else 0.0 if mean < 0.5 else 0.5)
     return {"pairs": pairs, "score": mean, "elo": elo(clamp(mean)),
             "elo_error": (high - low) / 2, "los": los}
+
+
+def score_error(penta) -> float:
+    """Standard error of the score from pair counts (0 with fewer than two pairs)."""
+    pairs = sum(penta)
+    if pairs < 2:
+        return 0.0
+    values = [k / 4 for k in range(5)]
+    mean = sum(n * v for n, v in zip(penta, values)) / pairs
+    return math.sqrt(sum(n * (v - mean) ** 2 for n, v in zip(penta, values)) / pairs / pairs)
+
+
+# Normalized Elo: the score's distance from 0.5 in standard deviations of a
+# game, times 800 / ln 10. A pair is the mean of two games, so a game's
+# deviation is sqrt(2) times a pair's.
+NELO_SCALE = 800 / math.log(10)
+
+
+def sprt(penta, elo0: float, elo1: float, alpha: float = 0.05, beta: float = 0.05) -> dict:
+    """Sequential test of nElo = elo0 against nElo = elo1 on pair counts.
+
+    With the pair scores' mean m and deviation s (both estimated), the log
+    likelihood ratio of two normal models with means 0.5 + t0 s and 0.5 + t1 s
+    is N (t1 - t0) ((m - 0.5) / s - (t0 + t1) / 2), where t is a bound in
+    deviations of a pair: nElo / NELO_SCALE * sqrt(2).
+    """
+    lower, upper = math.log(beta / (1 - alpha)), math.log((1 - beta) / alpha)
+    pairs = sum(penta)
+    values = [k / 4 for k in range(5)]
+    llr = 0.0
+    if pairs >= 2:
+        mean = sum(n * v for n, v in zip(penta, values)) / pairs
+        sd = math.sqrt(sum(n * (v - mean) ** 2 for n, v in zip(penta, values)) / pairs)
+        if sd > 0:
+            t0, t1 = (e / NELO_SCALE * math.sqrt(2) for e in (elo0, elo1))
+            llr = pairs * (t1 - t0) * ((mean - 0.5) / sd - (t0 + t1) / 2)
+    verdict = "H1 accepted" if llr >= upper else "H0 accepted" if llr <= lower else "running"
+    return {"llr": llr, "lower": lower, "upper": upper, "elo0": elo0, "elo1": elo1, "verdict": verdict}

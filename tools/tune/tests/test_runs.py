@@ -1,0 +1,103 @@
+"""Whole runs through real Dask clusters: a resumed run ends where an
+uninterrupted one does, and a cluster that loses a worker mid-run loses no
+result. The games are real, at depth 2."""
+import json
+import os
+import pathlib
+import signal
+import subprocess
+import sys
+import time
+
+import pytest
+
+ROOT = pathlib.Path(__file__).resolve().parents[3]
+TUNE = ROOT / "tools" / "tune" / "velkor-tune"
+ENGINE = os.environ.get("VELKOR_ENGINE", str(ROOT / "build" / "release" / "velkor"))
+TINY = ["--generations", "2", "--population", "4", "--pairs", "1", "--depth", "2", "--seed", "3"]
+
+pytestmark = pytest.mark.skipif(not os.access(ENGINE, os.X_OK), reason="no engine build")
+
+
+@pytest.fixture(scope="module")
+def env(tmp_path_factory):
+    """One engine cache for the module: the bench check runs once."""
+    return {**os.environ, "VELKOR_TUNE_CACHE": str(tmp_path_factory.mktemp("cache")),
+            "PYTHONPATH": str(ROOT / "tools" / "tune")}
+
+
+def start(args, env, **kw):
+    return subprocess.Popen([sys.executable, str(TUNE), *map(str, args)], env=env, start_new_session=True,
+                            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, **kw)
+
+
+def finish(process, timeout=90):
+    out, _ = process.communicate(timeout=timeout)
+    assert process.returncode == 0, out
+    return out
+
+
+def records(out):
+    path = out / "results.jsonl"
+    return [json.loads(line) for line in path.read_text().splitlines()] if path.exists() else []
+
+
+def wait_for(condition, timeout=60):
+    end = time.monotonic() + timeout
+    while not condition():
+        assert time.monotonic() < end, "timed out"
+        time.sleep(0.05)
+
+
+def played(out):
+    """What a run decided, without when or where its games were played."""
+    state = json.loads((out / "state.json").read_text())
+    games = sorted((r["generation"], r["candidate"], r["genes"], r["penta"], r["wins"], r["draws"], r["losses"])
+                   for r in records(out))
+    return state["history"], state["probabilities"], state["best"], games
+
+
+def test_resumed_run_ends_where_the_whole_run_ends(tmp_path, env):
+    whole, cut = tmp_path / "whole", tmp_path / "cut"
+    out = finish(start(["run", whole, *TINY, "--engine", ENGINE, "--workers", 2], env))
+    assert "generation 2 done" in out and "games 16" in out
+    assert (whole / "best.txt").read_text().splitlines()[0] == json.loads((whole / "state.json").read_text())["best"]["genes"]
+    assert all((whole / name).stat().st_size > 0 for name in ("bits.png", "genes.png", "fitness.png"))
+    assert (whole / "pgn" / "generation-001.pgn").read_text().count("[Event ") == 8
+
+    process = start(["run", cut, *TINY, "--engine", ENGINE, "--workers", 2], env)
+    wait_for(lambda: len(records(cut)) >= 5 or process.poll() is not None)
+    os.killpg(process.pid, signal.SIGKILL)
+    process.wait()
+    with open(cut / "results.jsonl", "a") as f:  # a line cut short by the kill
+        f.write('{"generation": 1, "cand')
+    finish(start(["resume", cut, "--workers", 2], env))
+    assert played(cut) == played(whole)
+    assert len(records(cut)) == 8
+
+
+def test_cluster_loses_a_worker_and_no_result(tmp_path, env):
+    scheduler_file = tmp_path / "scheduler.json"
+    processes = [subprocess.Popen(["dask-scheduler", "--host", "127.0.0.1", "--port", "0", "--no-dashboard",
+                                   "--scheduler-file", str(scheduler_file)], env=env, stderr=subprocess.DEVNULL)]
+    try:
+        wait_for(scheduler_file.exists)
+        address = json.loads(scheduler_file.read_text())["address"]
+        workers = [subprocess.Popen(["dask-worker", address, "--nthreads", "1", "--no-nanny", "--no-dashboard",
+                                     "--local-directory", str(tmp_path / f"w{k}")], env=env, stderr=subprocess.DEVNULL)
+                   for k in range(2)]
+        processes += workers
+        out = tmp_path / "out"
+        run = start(["run", out, "--generations", 1, "--population", 8, "--pairs", 1, "--depth", 2,
+                     "--engine", ENGINE, "--scheduler", address], env)
+        processes.append(run)
+        wait_for(lambda: len({r["worker"] for r in records(out)}) == 2 or run.poll() is not None)
+        workers[0].kill()
+        finish(run)
+        got = records(out)
+        assert sorted(r["candidate"] for r in got) == list(range(8))
+        assert len({r["worker"] for r in got}) == 2
+    finally:
+        for p in processes:
+            p.kill()
+            p.wait()
