@@ -15,6 +15,7 @@ from velkor_tune import engine, genes, match, pbil, report, stats
 ROOT = pathlib.Path(__file__).resolve().parents[3]
 DATA = pathlib.Path(__file__).resolve().parent / "data"
 ENGINE = os.environ.get("VELKOR_ENGINE", str(ROOT / "build" / "release" / "velkor"))
+TEXEL = str(pathlib.Path(ENGINE).parent / "velkor_texel")
 
 
 def engine_genes(text):
@@ -113,3 +114,13 @@ def test_engine_refused(tmp_path, monkeypatch):
     with pytest.raises(engine.EngineRefused, match="do not match"):
         engine.install(liar + b"#", digest)
     assert not (tmp_path / digest / "bench-ok").exists()
+
+
+@pytest.mark.skipif(not os.access(TEXEL, os.X_OK), reason="no build of the fitting tool")
+def test_texel_fit():
+    run = subprocess.run([TEXEL, str(DATA / "positions.txt")], capture_output=True, text=True, timeout=120)
+    # 137 quiet positions of depth-6 games; the scale is fitted on the defaults first.
+    assert "137 positions, 0 refused\nscale 2.00, loss 0.361253\n" in run.stderr
+    *weights, last, text = run.stdout.splitlines()
+    assert last == "loss 0.327106 scale 2.00"
+    assert genes.decode(text) == [int(line.rsplit(" ", 1)[1]) for line in weights]

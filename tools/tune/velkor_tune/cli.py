@@ -78,6 +78,11 @@ def parser() -> argparse.ArgumentParser:
     verify.add_argument("--seed", type=int, default=1)
     verify.add_argument("--out", type=pathlib.Path, help="folder for games and results (default build/tune/verify-TIME)")
     add_where(verify)
+    texel = sub.add_parser("texel", help="weights fitted to the positions of a run's games, for --start")
+    texel.add_argument("out", type=pathlib.Path)
+    texel.add_argument("--start", type=gene_string, help="the string the fit starts from (default: the engine's)")
+    texel.add_argument("--engine", type=pathlib.Path, default=RELEASE,
+                       help="the engine build, beside which velkor_texel stands")
     rep = sub.add_parser("report", help="plots and summary of a run")
     rep.add_argument("out", type=pathlib.Path)
     return top
@@ -90,6 +95,12 @@ def main(argv=None) -> int:
             from .run import load_state
             report.plot(args.out, load_state(args.out))
             print(report.summary(args.out))
+            return 0
+        if args.command == "texel":
+            from .texel import fit
+            text = fit(args.out, args.engine.parent / "velkor_texel", args.start)
+            print(f"{text}\n{genes.describe(text)}\nfit and positions: {args.out / 'texel.txt'}")
+            print(f"lean a run towards it: velkor-tune run NEW --start {text}")
             return 0
         if args.command == "verify":
             from .verify import verify
