@@ -7,7 +7,8 @@
 // usage: velkor_texel POSITIONS [GENES]
 //   POSITIONS  lines "FEN;R", R the game's score for White (1, 0.5, 0)
 //   GENES      the 84-character string to start from (default: the engine's weights)
-// Progress goes to standard error; standard output ends with the fitted string.
+// Progress goes to standard error; standard output gives the fitted weights in
+// the string's order, the loss and scale, and last the fitted string.
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -29,11 +30,6 @@ struct sample_t {
 
 std::vector<sample_t> samples;
 double scale = 1.0;  // the score's weight in the expected result
-
-const char* const NAMES[GENE_NUMBER] = {"mobility", "pawn chain", "hanging divisor", "diagonal guard",
-                                        "straight guard", "bishop pair", "king shelter", "king danger",
-                                        "pinned divisor", "doubled", "isolated", "guarded-passer divisor",
-                                        "rook on the far ranks", "rook on an open file"};
 
 // White's static score of every sample under the current genes.
 std::vector<double> white_scores() {
@@ -122,7 +118,7 @@ int main(int argc, char** argv) {
                     if (l < best - 1e-9) {
                         best = l;
                         improved = true;
-                        fprintf(stderr, "loss %.6f: %s %d\n", best, NAMES[k], genes[k]);
+                        fprintf(stderr, "loss %.6f: gene %d = %d\n", best, k, genes[k]);
                         break;
                     }
                     genes[k] = kept;
@@ -130,7 +126,7 @@ int main(int argc, char** argv) {
             }
         }
     }
-    for (int k = 0; k < GENE_NUMBER; ++k) printf("%s %d\n", NAMES[k], genes[k]);
+    for (int k = 0; k < GENE_NUMBER; ++k) printf("%d%c", genes[k], k + 1 < GENE_NUMBER ? ' ' : '\n');
     printf("loss %.6f scale %.2f\n%s\n", best, scale, gene_string().c_str());
     return 0;
 }

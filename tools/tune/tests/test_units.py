@@ -121,6 +121,6 @@ def test_texel_fit():
     run = subprocess.run([TEXEL, str(DATA / "positions.txt")], capture_output=True, text=True, timeout=120)
     # 137 quiet positions of depth-6 games; the scale is fitted on the defaults first.
     assert "137 positions, 0 refused\nscale 2.00, loss 0.361253\n" in run.stderr
-    *weights, last, text = run.stdout.splitlines()
+    weights, last, text = run.stdout.splitlines()
     assert last == "loss 0.327106 scale 2.00"
-    assert genes.decode(text) == [int(line.rsplit(" ", 1)[1]) for line in weights]
+    assert genes.decode(text) == [int(w) for w in weights.split()]
