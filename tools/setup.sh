@@ -28,6 +28,6 @@ if [ "$(id -u)" -ne 0 ]; then
     exit 1
 fi
 echo "installing ${missing[*]} from Debian's packages" >&2
-export DEBIAN_FRONTEND=noninteractive
+export DEBIAN_FRONTEND=noninteractive DEBCONF_NOWARNINGS=yes
 apt-get update -qq
 apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

@@ -18,6 +18,6 @@ if [ ${#missing[@]} -gt 0 ]; then
         exit 1
     fi
     echo "installing ${missing[*]} from Debian's packages" >&2
-    apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${missing[@]}" >/dev/null
+    apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 fi
 [ -d node_modules/chess.js ] || npm ci --no-audit --no-fund --loglevel=error

@@ -31,7 +31,7 @@ def start(args, env, **kw):
                             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, **kw)
 
 
-def finish(process, timeout=90):
+def finish(process, timeout=300):
     out, _ = process.communicate(timeout=timeout)
     assert process.returncode == 0, out
     return out
@@ -42,7 +42,7 @@ def records(out):
     return [json.loads(line) for line in path.read_text().splitlines()] if path.exists() else []
 
 
-def wait_for(condition, timeout=60):
+def wait_for(condition, timeout=300):
     end = time.monotonic() + timeout
     while not condition():
         assert time.monotonic() < end, "timed out"
@@ -101,3 +101,14 @@ def test_cluster_loses_a_worker_and_no_result(tmp_path, env):
         for p in processes:
             p.kill()
             p.wait()
+
+
+def test_verify_reports_the_match(tmp_path, env):
+    out = finish(start(["verify", "defaults", "--games", 8, "--depth", 2, "--sprt", "0,5", "--workers", 2,
+                        "--engine", ENGINE, "--out", tmp_path], env))
+    # The defaults against themselves: every pair is a mirror, one point each.
+    assert "games 8: +" in out and "pentanomial 0 0 4 0 0" in out
+    assert "score 0.5000, Elo +0.0 +/- 0.0 (95 %), LOS 50.0 %" in out
+    assert "SPRT nElo [0, 5], alpha = beta = 0.05: LLR 0.00 (-2.94, 2.94): running" in out
+    assert json.loads((tmp_path / "summary.json").read_text())["penta"] == [0, 0, 4, 0, 0]
+    assert (tmp_path / "games.pgn").read_text().count("[Event ") == 8

@@ -18,6 +18,6 @@ def connect(workers: int | None = None, scheduler: str | None = None):
     os.environ["PYTHONPATH"] = os.pathsep.join(filter(None, [PACKAGE_PARENT, os.environ.get("PYTHONPATH")]))
     with tempfile.TemporaryDirectory(prefix="velkor-dask-") as space, \
             LocalCluster(n_workers=workers or os.cpu_count() or 1, threads_per_worker=1, processes=True,
-                         dashboard_address=None, local_directory=space) as cluster, \
+                         dashboard_address=":0", local_directory=space) as cluster, \
             Client(cluster) as client:
         yield client

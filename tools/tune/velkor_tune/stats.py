@@ -10,7 +10,7 @@ Z95 = 1.959963984540054
 
 def elo(score: float) -> float:
     """Elo difference of an expected score strictly between 0 and 1."""
-    return -400.0 * math.log10(1.0 / score - 1.0)
+    return 400.0 * math.log10(score / (1.0 - score))
 
 
 def summary(penta) -> dict:
