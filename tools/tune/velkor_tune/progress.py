@@ -4,7 +4,10 @@ import math
 import sys
 import time
 
+import numpy as np
+
 from . import pbil
+from .stats import score_error
 
 
 def clock(seconds: float) -> str:
@@ -37,14 +40,12 @@ class Progress:
         minutes = (time.monotonic() - self.started) / 60
         rate = self.played_here / minutes if minutes > 0 else 0.0
         left = (total - done_all) / rate * 60 if rate > 0 else math.inf
-        scores = [r["score"] for r in self.records]
+        scores = np.array([r["score"] for r in self.records])
         best = max(self.records, key=lambda r: r["score"])
-        from .stats import score_error
-        mean_error = (sum((s - sum(scores) / len(scores)) ** 2 for s in scores) / len(scores)) ** 0.5 / len(scores) ** 0.5
         self.say(f"gen {self.generation + 1}/{self.generations}  games {done_generation}/{self.per_generation}"
                  f" ({done_all}/{total} in all)  {rate:.1f} games/min  left {clock(left) if rate else '?'}"
                  f"  best {best['score']:.3f}±{score_error(best['penta']):.3f}"
-                 f"  mean {sum(scores) / len(scores):.3f}±{mean_error:.3f}"
+                 f"  mean {scores.mean():.3f}±{scores.std() / np.sqrt(len(scores)):.3f}"
                  f"  entropy {self.entropy:.3f}  failures {self.failures}  [{record['worker']}]")
 
     def closed(self, state: dict):

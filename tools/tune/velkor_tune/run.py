@@ -139,7 +139,7 @@ def play_generation(client, out, state, generation, engine_bytes, progress) -> l
     return [done[i] for i in range(len(strings))]
 
 
-def close_generation(out, state, generation, records) -> dict:
+def close_generation(state, generation, records) -> dict:
     s = state["settings"]
     fitness = [r["score"] for r in records]
     strings = [r["genes"] for r in records]
@@ -174,7 +174,7 @@ def carry_on(out: pathlib.Path, client) -> dict:
     progress = Progress(s["generations"], s["population"] * 2 * s["pairs"], state)
     for generation in range(state["generation"], s["generations"]):
         records = play_generation(client, out, state, generation, engine_bytes, progress)
-        state = close_generation(out, state, generation, records)
+        state = close_generation(state, generation, records)
         write_atomically(out / STATE, json.dumps(state, indent=1))
         write_best(out, state)
         progress.closed(state)
