@@ -75,6 +75,7 @@ def parser() -> argparse.ArgumentParser:
     verify.add_argument("--base", type=gene_string, default=genes.DEFAULT_STRING)
     verify.add_argument("--games", type=positive, default=400)
     verify.add_argument("--sprt", type=bounds, metavar="ELO0,ELO1", help="normalized Elo bounds")
+    verify.add_argument("--min-games", type=int, default=0, help="games played before a verdict may stop the match")
     verify.add_argument("--seed", type=int, default=1)
     verify.add_argument("--out", type=pathlib.Path, help="folder for games and results (default build/tune/verify-TIME)")
     add_where(verify)
@@ -108,7 +109,7 @@ def main(argv=None) -> int:
             out = args.out or REPO / "build" / "tune" / datetime.datetime.now().strftime("verify-%Y%m%d-%H%M%S")
             with cluster.connect(args.workers, args.scheduler) as client:
                 result = verify(client, args.genes, args.base, args.games, args.depth, tc, args.seed,
-                                args.engine, args.sprt, out)
+                                args.engine, args.sprt, out, args.min_games)
             print(result["text"])
             print(f"games and results: {out}")
             return 0

@@ -48,7 +48,8 @@ def describe(t: dict, bounds=None) -> str:
     return "\n".join(lines)
 
 
-def verify(client, genes_text, base, games, depth, tc, seed, engine_path, bounds, out: pathlib.Path) -> dict:
+def verify(client, genes_text, base, games, depth, tc, seed, engine_path, bounds, out: pathlib.Path,
+           min_games: int = 0) -> dict:
     warnings.filterwarnings("ignore", message="Large object")
     from distributed import as_completed
     out.mkdir(parents=True, exist_ok=True)
@@ -73,7 +74,7 @@ def verify(client, genes_text, base, games, depth, tc, seed, engine_path, bounds
         if bounds:
             q = stats.sprt(t["penta"], *bounds)
             line += f", LLR {q['llr']:.2f} ({q['lower']:.2f}, {q['upper']:.2f})"
-            if q["verdict"] != "running":
+            if q["verdict"] != "running" and done >= min_games:
                 verdict = q["verdict"]
         print(line, flush=True)
         if verdict:
