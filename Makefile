@@ -115,3 +115,47 @@ VALGRIND := valgrind -q --error-exitcode=99 --leak-check=full --errors-for-leak-
 check-valgrind: release
 	@command -v valgrind >/dev/null || (apt-get update -qq && apt-get install -y -qq valgrind >/dev/null)
 	cd $(RELEASE) && VELKOR_WRAPPER="$(VALGRIND)" ./tests/velkor_tests --gtest_filter='Sessions.Battery:Sessions.Transcripts'
+
+# Windows: velkor.exe cross-built with mingw-w64 from Debian, static (no DLL
+# beyond the system's), in build/windows beside launcher.exe, which the
+# tests start it from under wine (tests/windows/). Not part of make test.
+WINDOWS := $(BUILD)/windows
+WINE_PREFIX := $(BUILD)/wine
+MINGW := -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake
+.PHONY: windows test-windows setup-test-windows dist setup-dist
+windows:
+	@bash tests/windows/setup.sh build
+	cmake --no-warn-unused-cli -S . -B $(WINDOWS) $(MINGW) -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF >/dev/null
+	cmake --build $(WINDOWS) -j $(JOBS) --target velkor launcher
+
+setup-test-windows:
+	@bash tests/windows/setup.sh test
+
+test-windows: setup-test-windows release windows
+	bash tests/windows/run.sh $(RELEASE) $(WINDOWS) $(WINE_PREFIX)
+
+# Release archives in build/dist: Linux (tar.gz) and Windows (zip) for
+# x86-64-v2 and x86-64-v3, each with README and LICENSE. Each binary is
+# checked first: the bench count (under wine for Windows), and no BMI or
+# AVX in a v2 build (tests/windows/check-binary.sh).
+DIST := $(BUILD)/dist
+DIST_WORK := $(BUILD)/dist-work
+VERSION := $(shell sed -n 's/.*ENGINE_NAME = "Velkor \([^ ]*\).*/\1/p' src/protocol/protocol.h)
+DIST_BUILDS := linux-x86-64-v2 windows-x86-64-v2 linux-x86-64-v3 windows-x86-64-v3
+dist: $(DIST_BUILDS:%=dist-%)
+	@ls -l $(DIST)
+
+setup-dist:
+	@bash tools/setup.sh build
+	@bash tests/windows/setup.sh dist
+	@bash -c 'source tests/windows/wine.sh $(WINE_PREFIX)'
+	rm -rf $(DIST) && mkdir -p $(DIST)
+
+dist-%: setup-dist
+	cmake --no-warn-unused-cli -S . -B $(DIST_WORK)/$* $(if $(filter windows-%,$*),$(MINGW)) -DCMAKE_BUILD_TYPE=Release \
+		-DBUILD_TESTING=OFF -DVELKOR_ARCH=$(patsubst windows-%,%,$(patsubst linux-%,%,$*)) >/dev/null
+	cmake --build $(DIST_WORK)/$* -j $(JOBS) --target velkor
+	bash tests/windows/check-binary.sh $(DIST_WORK)/$* $(WINE_PREFIX)
+	rm -rf $(DIST_WORK)/pack/velkor-$(VERSION)-$* && mkdir -p $(DIST_WORK)/pack/velkor-$(VERSION)-$*
+	cp $(DIST_WORK)/$*/velkor$(if $(filter windows-%,$*),.exe) README.md LICENSE $(DIST_WORK)/pack/velkor-$(VERSION)-$*/
+	cd $(DIST_WORK)/pack && $(if $(filter windows-%,$*),zip -qr $(abspath $(DIST))/velkor-$(VERSION)-$*.zip,tar -czf $(abspath $(DIST))/velkor-$(VERSION)-$*.tar.gz) velkor-$(VERSION)-$*

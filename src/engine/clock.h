@@ -8,11 +8,17 @@
 
 namespace velkor {
 
+#if defined(_WIN32)
+// Windows: the performance counter, read in input.cpp so that <windows.h>
+// stays out of the rest of the engine.
+uint64_t clock_us();
+#else
 inline uint64_t clock_us() {
     timespec t;
     clock_gettime(CLOCK_MONOTONIC, &t);
     return uint64_t(t.tv_sec) * 1000000 + uint64_t(t.tv_nsec) / 1000;
 }
+#endif
 
 // Whole milliseconds since a reading of clock_us.
 inline uint64_t ms_since(uint64_t start_us) { return (clock_us() - start_us) / 1000; }

@@ -123,8 +123,14 @@ bool dispatch() {
 
 }  // namespace
 
+// A build for another system or processor level names them in the
+// banner (the CMake file sets the note); the default build has none.
+#ifndef VELKOR_BUILD_NOTE
+#define VELKOR_BUILD_NOTE ""
+#endif
+
 bool start_engine(int argc, char** argv) {
-    printf("%s ('quit' to exit)\n", ENGINE_NAME);
+    printf("%s%s ('quit' to exit)\n", ENGINE_NAME, VELKOR_BUILD_NOTE);
     fflush(stdout);
     setvbuf(stdout, nullptr, _IONBF, 0);
     __builtin_cpu_init();

@@ -7,7 +7,8 @@
 // stands for one word of any characters, "skip N" passes over N output
 // lines, "pause" holds the input for a moment, "await" until the next
 // bestmove, "args A B" gives the command line, and "exit N" the expected
-// status (0 when absent). The banner and the processor line come first.
+// status (0 when absent). The banner (VELKOR_BANNER, if set, gives another
+// build's) and the processor line come first.
 // Battery files (battery/*.txt) have the same form without expected lines;
 // "bestmoves N" gives their number of bestmove lines.
 #include <gtest/gtest.h>
@@ -15,6 +16,7 @@
 #include <dirent.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -72,12 +74,13 @@ std::vector<session_t> load_sessions(const std::string& folder) {
         closedir(d);
     }
     std::sort(files.begin(), files.end());
+    const char* banner = getenv("VELKOR_BANNER");  // another build's banner (the Windows one)
     for (const std::string& file : files) {
         std::ifstream in(dir + "/" + file);
         for (std::string line; std::getline(in, line);) {
             if (line.starts_with("=== ")) {
                 sessions.push_back({file, line.substr(4), "", {}, {}, 0, 0});
-                sessions.back().expected = {"Velkor 0.3.0 x64 (popcnt) ('quit' to exit)",
+                sessions.back().expected = {banner ? banner : "Velkor 0.3.0 x64 (popcnt) ('quit' to exit)",
                                             "info debug Support of popcnt instruction : *"};
             } else if (sessions.empty() || line.empty() || line[0] == '#') {
                 continue;

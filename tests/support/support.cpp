@@ -104,13 +104,15 @@ process_result run_engine_process(const std::string& input, const std::vector<st
     char err_path[] = "/tmp/velkor-stderr-XXXXXX";
     const int err_fd = mkstemp(err_path);
     unlink(err_path);
-    // VELKOR_WRAPPER (e.g. "valgrind -q --error-exitcode=99") runs the engine under a tool.
+    // VELKOR_WRAPPER (e.g. "valgrind -q --error-exitcode=99") runs the engine under a tool;
+    // VELKOR_TEST_ENGINE names another engine binary (the Windows one, under wine).
     std::vector<std::string> command;
     if (const char* wrapper = getenv("VELKOR_WRAPPER")) {
         std::istringstream words(wrapper);
         for (std::string w; words >> w;) command.push_back(w);
     }
-    command.push_back(VELKOR_BINARY);
+    const char* engine = getenv("VELKOR_TEST_ENGINE");
+    command.push_back(engine ? engine : VELKOR_BINARY);
     command.insert(command.end(), args.begin(), args.end());
     pid_t pid = fork();
     if (pid == 0) {

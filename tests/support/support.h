@@ -36,8 +36,9 @@ struct process_result {
     bool timed_out = false;
 };
 
-// Runs the engine binary, writes input to it and closes its input, and
-// collects everything it prints until it exits or the time runs out. A
+// Runs the engine binary (or the one VELKOR_TEST_ENGINE names), writes input
+// to it and closes its input, and collects everything it prints until it
+// exits or the time runs out. A
 // PAUSE character in the input holds the writing for PAUSE_MS; the n-th
 // AWAIT_BESTMOVE holds it until the engine has printed its n-th bestmove. A
 // non-zero address_space_limit caps the process's virtual memory (bytes).
