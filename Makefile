@@ -124,12 +124,12 @@ WINE_PREFIX := $(BUILD)/wine
 MINGW := -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake
 .PHONY: windows test-windows setup-test-windows dist setup-dist
 windows:
-	@bash tests/windows/setup.sh build
+	@bash tools/setup.sh windows
 	cmake --no-warn-unused-cli -S . -B $(WINDOWS) $(MINGW) -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF >/dev/null
 	cmake --build $(WINDOWS) -j $(JOBS) --target velkor launcher
 
 setup-test-windows:
-	@bash tests/windows/setup.sh test
+	@bash tools/setup.sh windows-test
 
 test-windows: setup-test-windows release windows
 	bash tests/windows/run.sh $(RELEASE) $(WINDOWS) $(WINE_PREFIX)
@@ -147,7 +147,7 @@ dist: $(DIST_BUILDS:%=dist-%)
 
 setup-dist:
 	@bash tools/setup.sh build
-	@bash tests/windows/setup.sh dist
+	@bash tools/setup.sh dist
 	@bash -c 'source tests/windows/wine.sh $(WINE_PREFIX)'
 	rm -rf $(DIST) && mkdir -p $(DIST)
 

@@ -2,7 +2,7 @@
 # Installs from Debian's packages what a make target needs and the machine
 # lacks. As root it installs them; otherwise it names them in one line and
 # fails, so that nothing half-works.
-# Usage: tools/setup.sh build|test|tune
+# Usage: tools/setup.sh build|test|tune|windows|windows-test|dist
 set -euo pipefail
 case "${1:-}" in
     build) wanted=(g++ cmake) ;;
@@ -12,13 +12,23 @@ case "${1:-}" in
         python3-pytest python3-numpy python3-distributed python3-matplotlib) ;;
     # The tuner and its Dask workers: Python's numerics, Dask, plots, Node.js for the games.
     tune) wanted=(nodejs npm python3-numpy python3-distributed python3-matplotlib) ;;
-    *) echo "usage: tools/setup.sh build|test|tune" >&2; exit 2 ;;
+    # Windows: the cross compiler, wine to run the tests, zip for the archives.
+    windows) wanted=(cmake g++-mingw-w64-x86-64) ;;
+    windows-test) wanted=(libgtest-dev wine64) ;;
+    dist) wanted=(g++ cmake g++-mingw-w64-x86-64 wine64 zip) ;;
+    *) echo "usage: tools/setup.sh build|test|tune|windows|windows-test|dist" >&2; exit 2 ;;
 esac
 missing=()
 # A package counts as present when Debian has it installed, or when the
 # command it brings is there from elsewhere (a Node.js of another origin).
 for pkg in "${wanted[@]}"; do
-    case "$pkg" in nodejs) cmd=node ;; npm|g++|cmake|clang) cmd=$pkg ;; *) cmd= ;; esac
+    case "$pkg" in
+        nodejs) cmd=node ;;
+        npm|g++|cmake|clang|zip) cmd=$pkg ;;
+        g++-mingw-w64-x86-64) cmd=x86_64-w64-mingw32-g++ ;;
+        wine64) cmd=/usr/lib/wine/wine64 ;;  # Debian keeps the 64-bit loader off the PATH
+        *) cmd= ;;
+    esac
     [ -n "$cmd" ] && command -v "$cmd" >/dev/null && continue
     dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed' || missing+=("$pkg")
 done
