@@ -2,6 +2,7 @@
 import argparse
 import datetime
 import pathlib
+import signal
 import sys
 
 from . import cluster, engine, genes, report
@@ -89,8 +90,16 @@ def parser() -> argparse.ArgumentParser:
     return top
 
 
+def stop(signum, frame):
+    raise KeyboardInterrupt
+
+
 def main(argv=None) -> int:
     args = parser().parse_args(argv)
+    # Ctrl-C and a plain kill both end a run cleanly, whatever the shell that
+    # started it did with SIGINT (a background job inherits it ignored).
+    signal.signal(signal.SIGINT, stop)
+    signal.signal(signal.SIGTERM, stop)
     try:
         if args.command == "report":
             from .run import load_state
