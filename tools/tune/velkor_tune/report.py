@@ -33,6 +33,7 @@ def plot(out: pathlib.Path, state: dict):
     import matplotlib
     matplotlib.use("Agg")
     import matplotlib.pyplot as plt
+    from matplotlib.ticker import MaxNLocator
     history, v = state["history"], vectors(state)
     steps = np.arange(len(v))
 
@@ -43,6 +44,7 @@ def plot(out: pathlib.Path, state: dict):
     for k in range(1, genes.GENE_NUMBER):
         ax.axhline(k * genes.GENE_SIZE - 0.5, color="black", linewidth=0.4)
     ax.set_xlabel("generation")
+    ax.xaxis.set_major_locator(MaxNLocator(integer=True))
     ax.set_title("Probability of a one bit, by generation")
     fig.colorbar(image, ax=ax)
     fig.tight_layout()
@@ -62,6 +64,7 @@ def plot(out: pathlib.Path, state: dict):
         ax.axhline(genes.DEFAULTS[k], color="grey", linestyle="--", linewidth=0.8)
         ax.set_ylim(0, 63)
         ax.set_title(genes.GENE_NAMES[k], fontsize=9)
+        ax.xaxis.set_major_locator(MaxNLocator(integer=True))
     fig.suptitle("Expected value of each gene ± one deviation (dashed: the default)")
     fig.supxlabel("generation")
     fig.tight_layout()
@@ -78,6 +81,7 @@ def plot(out: pathlib.Path, state: dict):
                     capsize=3, label="mean of the population ± s.e.")
     ax.axhline(0.5, color="grey", linestyle="--", linewidth=0.8)
     ax.set_xlabel("generation")
+    ax.xaxis.set_major_locator(MaxNLocator(integer=True))
     ax.set_ylabel("score against the base")
     ax.set_ylim(0, 1)
     ax.legend()
