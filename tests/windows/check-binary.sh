@@ -10,8 +10,10 @@ set -euo pipefail
 here=$(dirname "$(realpath "$0")")
 build=$1
 level=$(sed -n 's/^VELKOR_ARCH:STRING=//p' "$build/CMakeCache.txt")
-compiler=$(sed -n 's/^CMAKE_CXX_COMPILER:[A-Z]*=//p' "$build/CMakeCache.txt")
 fail() { echo "check-binary: $build: $*" >&2; exit 1; }
+# The compiler CMake found (a cross compiler comes from the toolchain file, not the cache).
+compiler=$(sed -n 's/^set(CMAKE_CXX_COMPILER "\(.*\)")$/\1/p' "$build"/CMakeFiles/*/CMakeCXXCompiler.cmake | head -n 1)
+[ -n "$compiler" ] || fail "no compiler recorded"
 if [ -f "$build/velkor.exe" ]; then
     binary=$build/velkor.exe
     source "$here/wine.sh" "$2"

@@ -100,7 +100,7 @@ def write_best(out: pathlib.Path, state: dict):
         return
     text = (f"{best['genes']}\n"
             f"fitness {best['fitness']:.4f} ± {best['error']:.4f}: score of {best['games']} games against the base, "
-            f"generation {best['generation']}, candidate {best['candidate']}\n\n"
+            f"generation {best['generation'] + 1}, candidate {best['candidate'] + 1}\n\n"
             f"{genes.describe(best['genes'])}\n")
     write_atomically(out / BEST, text)
 
@@ -129,11 +129,12 @@ def play_generation(client, out, state, generation, engine_bytes, progress) -> l
     pgn_folder.mkdir(exist_ok=True)
     for future in as_completed(futures):
         record = future.result()
-        pgn = record.pop("pgn")
+        # The games first: a kill between the two writes replays the
+        # mini-match on resume rather than losing its games.
+        with open(pgn_folder / f"generation-{generation + 1:03d}.pgn", "a") as f:
+            f.write(record.pop("pgn") + "\n\n")
         record["finished"] = time.time()
         append_result(out, record)
-        with open(pgn_folder / f"generation-{generation:03d}.pgn", "a") as f:
-            f.write(pgn + "\n\n")
         done[record["candidate"]] = record
         progress.finished(record)
     return [done[i] for i in range(len(strings))]
