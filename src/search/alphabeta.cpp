@@ -114,22 +114,29 @@ int32_t alpha_beta(int ply, int depth_limit, int32_t alpha, int32_t beta, int ch
     if (is_draw()) return 0;
 
     // Step 2. The table answers for this iteration's own results. Its bucket
-    // is nearly always far away in memory: it is fetched at once and read
+    // is nearly always far away in memory: it is fetched early and read
     // after the work that does not depend on it, the attack maps, the moves
     // and the static score of a shallow node. No early return can observe
     // that order: the attack maps are stale outside a node, the evaluation
     // changes nothing, and below the root this ply's list is read by nobody
     // else. The root keeps its list as the last iteration left it until it
-    // has passed the table.
+    // has passed the table. A shallow node that its static score may end
+    // fetches only the table's filter word first: most of them end there,
+    // and the filter nearly always tells that the bucket has nothing for
+    // them. The bucket is fetched once the node is known to go on.
     const int depth = depth_limit - ply;
     const bool is_pv = beta - alpha > 1;
     const uint64_t key = board.states[board.ply].key;
-    tt_prefetch(key);
     const side_t& turn = *board.turn;
     const side_t& opponent = *turn.opponent;
     const bool null_ok = !is_pv && check_flags == 0 && null_allowed != 0 && turn.piece_material != 0 &&
                          opponent.piece_material != 0 && std::abs(alpha) <= MATE_BOUND &&
                          std::abs(beta) <= MATE_BOUND;
+    const bool may_cut = null_ok && depth <= 2;
+    if (may_cut)
+        tt_prefetch_filter(key);
+    else
+        tt_prefetch(key);
     // A shallow node whose static score reaches beta ends unless it has no
     // move at all: it needs no list, only to know that one move exists.
     int count = 0;
@@ -138,13 +145,14 @@ int32_t alpha_beta(int ply, int depth_limit, int32_t alpha, int32_t beta, int ch
     const auto prepare = [&] {
         update_checks();
         update_attacks();
-        if (null_ok && depth <= 2) {
+        if (may_cut) {
             static_score = evaluate() - 25 * depth * popcount(turn.pieces[0] & opponent.attacks[0]);
             static_cut = static_score >= beta;
         }
         if (static_cut) {
             any_move = has_legal_move();
         } else {
+            if (may_cut) tt_prefetch(key);
             count = generate_moves(ply, GENERATE_ALL);
             any_move = count != 0;
         }

@@ -16,23 +16,46 @@ uint64_t tt_mask = 0;
 uint64_t tt_used = 0;
 uint32_t tt_age = 0;
 
+uint64_t* tt_recent = nullptr;
+
 namespace {
 
+uint32_t recent_age = 0;
+uint64_t ages_used[4];  // the ages stored with since the last clear
+
+// A filter for the present age, empty, if no entry can have that age yet.
+void restart_filter() {
+    if (ages_used[tt_age >> 6] & uint64_t(1) << (tt_age & 63)) {
+        recent_age = 256;
+        return;
+    }
+    if (tt_recent) memset(tt_recent, 0, TT_RECENT_WORDS * sizeof(uint64_t));
+    recent_age = tt_age;
+}
+
+void forget_ages() {
+    memset(ages_used, 0, sizeof ages_used);
+    restart_filter();
+}
+
 #if defined(__linux__)
-// A bucket is one cache line only if the table starts on one: a mapping of
-// its own starts on a page, and fresh pages read as zero. (Huge pages were
-// tried: fewer translation misses, but their first clearing cost more than
-// that on the machines measured.)
+// The table and its filter in one mapping of their own, on huge pages where
+// the kernel has them to give: a probe seldom finds its bucket in the
+// caches, and on small pages seldom its address translation either. A
+// mapping starts on a page, so that a bucket is one cache line, and fresh
+// pages read as zero.
+constexpr size_t HUGE_PAGE = size_t(2) << 20;
 void* tt_mapping = nullptr;
 size_t tt_mapping_bytes = 0;
 
-tt_entry* zeroed_table(uint64_t entries) {
-    const size_t bytes = size_t(entries * sizeof(tt_entry));
-    void* mapping = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (mapping == MAP_FAILED) return nullptr;
-    tt_mapping = mapping;
-    tt_mapping_bytes = bytes;
-    return static_cast<tt_entry*>(mapping);
+void* zeroed_block(size_t bytes) {
+    void* raw = mmap(nullptr, bytes + HUGE_PAGE, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (raw == MAP_FAILED) return nullptr;
+    tt_mapping = raw;
+    tt_mapping_bytes = bytes + HUGE_PAGE;
+    void* aligned = reinterpret_cast<void*>((uintptr_t(raw) + HUGE_PAGE - 1) & ~uintptr_t(HUGE_PAGE - 1));
+    madvise(aligned, bytes, MADV_HUGEPAGE);  // a refusal leaves small pages
+    return aligned;
 }
 
 void release_table() {
@@ -40,7 +63,7 @@ void release_table() {
     tt_mapping = nullptr;
 }
 #else
-tt_entry* zeroed_table(uint64_t entries) { return static_cast<tt_entry*>(calloc(entries, sizeof(tt_entry))); }
+void* zeroed_block(size_t bytes) { return calloc(bytes, 1); }
 void release_table() { free(tt_table); }
 #endif
 
@@ -50,7 +73,9 @@ bool tt_allocate(int mb) {
     tt_age = 0;
     tt_entries = uint64_t(mb) * 65536;
     tt_mask = tt_entries - 4;
-    tt_table = zeroed_table(tt_entries);
+    tt_table = static_cast<tt_entry*>(zeroed_block(tt_entries * sizeof(tt_entry) + TT_RECENT_WORDS * sizeof(uint64_t)));
+    tt_recent = tt_table ? reinterpret_cast<uint64_t*>(tt_table + tt_entries) : nullptr;
+    forget_ages();
     printf("info debug Creation of Transposition Table (%i MB) : %s\n", mb, tt_table ? "success" : "failure");
     return tt_table != nullptr;
 }
@@ -75,14 +100,20 @@ void tt_resize(int mb) {
 void tt_free() {
     release_table();
     tt_table = nullptr;
+    tt_recent = nullptr;
 }
 
-void tt_new_search() { tt_age = (tt_age + 1) & 255; }
+void tt_new_search() {
+    tt_age = (tt_age + 1) & 255;
+    restart_filter();
+}
 
+// A table nobody has stored in since it was made or cleared is still all zeros.
 void tt_clear() {
-    memset(tt_table, 0, tt_entries * sizeof(tt_entry));
+    if (tt_used != 0) memset(tt_table, 0, tt_entries * sizeof(tt_entry));
     tt_age = 0;
     tt_used = 0;
+    forget_ages();
 }
 
 int tt_hashfull() { return int(tt_used * 1000 / tt_entries); }
@@ -102,6 +133,7 @@ move_t tt_pv_move(uint64_t key) {
 }
 
 int32_t tt_probe(uint64_t key, int depth, int32_t alpha, int32_t beta) {
+    if (recent_age == tt_age && !(tt_recent_word(key) & tt_recent_bit(key))) return TT_MISS;
     const tt_entry* e = tt_bucket(key);
     for (int i = 0; i < 4; ++i) {
         const uint64_t data = e[i].tt_data;
@@ -119,6 +151,8 @@ int32_t tt_probe(uint64_t key, int depth, int32_t alpha, int32_t beta) {
 // oldest first, then lowest bound code, then lowest depth.
 void tt_store(uint64_t key, int32_t score, int depth, int bound, move_t move) {
     if (depth > MAX_DEPTH - 1) return;
+    tt_recent_word(key) |= tt_recent_bit(key);
+    ages_used[tt_age >> 6] |= uint64_t(1) << (tt_age & 63);
     tt_entry* e = tt_bucket(key);
     tt_entry* target = nullptr;
     for (int i = 0; i < 4 && !target; ++i)

@@ -24,7 +24,8 @@ TEST(Table, ReferenceData) {
         in >> op;
         if (op == "new") test::capture_stdout([] { tt_resize(1); });
         if (op == "age") in >> tt_age;
-        if (op == "older") tt_new_search();
+        if (op == "older")
+            for (int n = in >> n ? n : 1; n > 0; --n) tt_new_search();
         if (op == "clear") tt_clear();
         if (op == "store" && in >> k >> alpha >> depth >> b >> beta) tt_store(key(k), alpha, depth, bound(b), beta);
         if (op == "fill")
