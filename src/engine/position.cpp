@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -132,15 +133,14 @@ bool is_draw() {
     if (popcount(board.occupied) == 2) return true;
     const state_t* states = board.states;
     if (states[board.ply].rule50 > 99) return true;
+    // Every move counts rule50 one up or back to 0, so the positions since
+    // the last irreversible one are the last rule50 of the stack; of those
+    // only every second one has the same side to move.
     const uint64_t key = states[board.ply].key;
+    const int oldest = std::max(0, board.ply - states[board.ply].rule50);
     int found = 1;
-    for (int i = board.ply - 1; i >= 0; --i) {
-        if (states[i].rule50 >= states[i + 1].rule50) return false;
-        if (states[i].key == key) {
-            if (found == 2) return true;
-            found = 2;
-        }
-    }
+    for (int i = board.ply - 2; i >= oldest; i -= 2)
+        if (states[i].key == key && ++found == 3) return true;
     return false;
 }
 

@@ -66,8 +66,14 @@ struct selector_t {
             for (int j = first + 1; j < count; ++j)
                 if (better(list[j], list[top])) top = j;
         } else {
-            for (int j = first + 1; j < count; ++j)
-                if (keys[j] > keys[top]) top = j;
+            // The best key so far stays in a register, and both updates are
+            // conditional moves: the branch of `better` would be a guess.
+            uint64_t best = keys[first];
+            for (int j = first + 1; j < count; ++j) {
+                const uint64_t k = keys[j];
+                top = k > best ? j : top;
+                best = k > best ? k : best;
+            }
         }
         std::swap(list[first], list[top]);
         std::swap(keys[first], keys[top]);

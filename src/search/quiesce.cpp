@@ -91,11 +91,17 @@ int32_t quiesce(int ply, int32_t alpha, int32_t beta, int check_flags) {
     const bool prunable = beta - alpha <= 1 && check_flags == 0;
     move_t* list = move_lists[ply];
     for (int i = 0; i < count; ++i) {
+        // The best word so far in a register, updated by conditional moves.
         int top = i;
-        for (int j = i + 1; j < count; ++j)
-            if (int32_t(list[j]) > int32_t(list[top])) top = j;
-        std::swap(list[i], list[top]);
-        const move_t word = list[i];
+        int32_t best_word = int32_t(list[i]);
+        for (int j = i + 1; j < count; ++j) {
+            const int32_t w = int32_t(list[j]);
+            top = w > best_word ? j : top;
+            best_word = w > best_word ? w : best_word;
+        }
+        const move_t word = move_t(best_word);
+        list[top] = list[i];
+        list[i] = word;
         const int child_flags = int((word >> 28) & 3);
         if (child_flags == 0 && prunable) {
             const int32_t victim = piece_value[move_captured(word)];
