@@ -33,11 +33,6 @@ void restart_filter() {
     recent_age = tt_age;
 }
 
-void forget_ages() {
-    memset(ages_used, 0, sizeof ages_used);
-    restart_filter();
-}
-
 #if defined(__linux__)
 // The table and its filter in one mapping of their own, on huge pages where
 // the kernel has them to give: a probe seldom finds its bucket in the
@@ -75,7 +70,8 @@ bool tt_allocate(int mb) {
     tt_mask = tt_entries - 4;
     tt_table = static_cast<tt_entry*>(zeroed_block(tt_entries * sizeof(tt_entry) + TT_RECENT_WORDS * sizeof(uint64_t)));
     tt_recent = tt_table ? reinterpret_cast<uint64_t*>(tt_table + tt_entries) : nullptr;
-    forget_ages();
+    memset(ages_used, 0, sizeof ages_used);
+    recent_age = 0;  // and the filter reads as zero like the rest of the block
     printf("info debug Creation of Transposition Table (%i MB) : %s\n", mb, tt_table ? "success" : "failure");
     return tt_table != nullptr;
 }
@@ -113,7 +109,8 @@ void tt_clear() {
     if (tt_used != 0) memset(tt_table, 0, tt_entries * sizeof(tt_entry));
     tt_age = 0;
     tt_used = 0;
-    forget_ages();
+    memset(ages_used, 0, sizeof ages_used);
+    restart_filter();
 }
 
 int tt_hashfull() { return int(tt_used * 1000 / tt_entries); }
