@@ -6,9 +6,6 @@ bitboard piece_attacks[64];
 
 namespace {
 
-constexpr bitboard NOT_H_FILE = ~file_masks[7];
-constexpr bitboard NOT_A_FILE = ~file_masks[0];
-
 // Attacks of one side under the present occupancy; pawns go by two shifts of the whole set.
 void side_attacks(side_t& side) {
     const bitboard occupied = board.occupied;

@@ -76,6 +76,11 @@ inline constexpr auto file_masks = [] {
     return t;
 }();
 
+// Everything but the a file and everything but the h file: a set shifted
+// one file sideways is masked with the file it must not wrap onto.
+inline constexpr bitboard NOT_A_FILE = ~file_masks[0];
+inline constexpr bitboard NOT_H_FILE = ~file_masks[7];
+
 // The squares of a rank, 0 (the first) to 7.
 constexpr bitboard rank_mask(int rank) { return 0xFFULL << (8 * rank); }
 

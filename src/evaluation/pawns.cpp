@@ -5,9 +5,6 @@ namespace velkor {
 
 namespace {
 
-constexpr bitboard NOT_A_FILE = 0xfefefefefefefefeULL;
-constexpr bitboard NOT_H_FILE = 0x7f7f7f7f7f7f7f7fULL;
-
 // Each square of the set spread to the end of its file, upwards or downwards.
 constexpr bitboard fill_up(bitboard b) {
     b |= b << 8;
