@@ -37,16 +37,17 @@ int tt_hashfull();
 // The four entries that a key addresses.
 inline tt_entry* tt_bucket(uint64_t key) { return tt_table + (uint32_t(key) & tt_mask); }
 
-// The keys stored since the age last changed, one bit per key taken from
-// its bits 42-63, kept behind the table's entries. A key whose bit is clear
-// has no entry of the current age, and tt_probe answers without reading its
-// bucket, which is nearly always far away in memory. (While the table may
-// still hold entries of the same age from 256 ages before, the filter is
-// left out.)
-inline constexpr uint64_t TT_RECENT_WORDS = uint64_t(1) << 16;
+// The keys stored since the age last changed, one bit per key chosen by
+// its top 22 bits (the word, then the bit in it), kept behind the table's
+// entries. A key whose bit is clear has no entry of the current age, and
+// tt_probe answers without reading its bucket, which is nearly always far
+// away in memory. (While the table may still hold entries of the same age
+// from 256 ages before, the filter is left out.)
+inline constexpr int TT_RECENT_WORD_BITS = 16;  // the key's top bits that choose the word
+inline constexpr uint64_t TT_RECENT_WORDS = uint64_t(1) << TT_RECENT_WORD_BITS;
 extern uint64_t* tt_recent;
-inline uint64_t& tt_recent_word(uint64_t key) { return tt_recent[key >> 48]; }
-inline uint64_t tt_recent_bit(uint64_t key) { return uint64_t(1) << ((key >> 42) & 63); }
+inline uint64_t& tt_recent_word(uint64_t key) { return tt_recent[key >> (64 - TT_RECENT_WORD_BITS)]; }
+inline uint64_t tt_recent_bit(uint64_t key) { return uint64_t(1) << ((key >> (58 - TT_RECENT_WORD_BITS)) & 63); }
 
 // Start loading a key's bucket, or only its filter word, into the cache; a
 // probe that follows other work then finds it there.
