@@ -3,8 +3,9 @@
 # standard input, counts the nodes of tests/data/bench.txt (velkor.exe runs
 # under wine), and a build for x86-64-v2 has no instruction of a later
 # level, BMI1 and BMI2 above all: its compiler settings define no __BMI__,
-# and its code holds no BMI1, BMI2 or AVX instruction. (tzcnt is left out: it is how "rep bsf"
-# disassembles, which processors without BMI1 run as bsf.)
+# and its code holds no BMI1, BMI2 or AVX instruction. (tzcnt is left out:
+# it is how "rep bsf" disassembles, which processors without BMI1 run as
+# bsf.)
 # Usage: tests/windows/check-binary.sh BUILD_DIR WINE_PREFIX
 set -euo pipefail
 here=$(dirname "$(realpath "$0")")
