@@ -17,9 +17,16 @@ name=$(sed -n 's/.*ENGINE_NAME = "\(.*\)";/\1/p' "$here/../../src/protocol/proto
 level=$(sed -n 's/^VELKOR_ARCH:STRING=//p' "$windows/CMakeCache.txt")
 nodes=$(grep -v '^#' "$here/../data/bench.txt")
 
-(cd "$release" && VELKOR_WRAPPER="$WINE $windows/launcher.exe" VELKOR_TEST_ENGINE="$exe" \
-    VELKOR_BANNER="$name Windows $level ('quit' to exit)" \
-    ./tests/velkor_tests --gtest_filter='Sessions.*:-Sessions.TightMemory')
+# Now and then one engine process started under wine ends with status 1
+# having printed nothing, not even the banner that is the engine's first
+# line (here: in about one run of the sessions in ten, a different session
+# each time). The sessions then get a second run, which must pass whole.
+sessions() {
+    (cd "$release" && VELKOR_WRAPPER="$WINE $windows/launcher.exe" VELKOR_TEST_ENGINE="$exe" \
+        VELKOR_BANNER="$name Windows $level ('quit' to exit)" \
+        ./tests/velkor_tests --gtest_filter='Sessions.*:-Sessions.TightMemory')
+}
+sessions || { echo "test-windows: the sessions failed once under wine; running them again" >&2; sessions; }
 
 fail() { echo "test-windows: $*" >&2; exit 1; }
 tmp=$(mktemp -d)
