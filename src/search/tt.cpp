@@ -22,6 +22,7 @@ namespace {
 
 uint32_t recent_age = 0;
 uint64_t ages_used[4];  // the ages stored with since the last clear
+bool recent_written = false;  // a store has set a bit since the filter was last emptied
 
 // A filter for the present age, empty, if no entry can have that age yet.
 void restart_filter() {
@@ -29,7 +30,8 @@ void restart_filter() {
         recent_age = 256;
         return;
     }
-    if (tt_recent) memset(tt_recent, 0, TT_RECENT_WORDS * sizeof(uint64_t));
+    if (recent_written) memset(tt_recent, 0, TT_RECENT_WORDS * sizeof(uint64_t));
+    recent_written = false;
     recent_age = tt_age;
 }
 
@@ -72,6 +74,7 @@ bool tt_allocate(int mb) {
     tt_recent = tt_table ? reinterpret_cast<uint64_t*>(tt_table + tt_entries) : nullptr;
     memset(ages_used, 0, sizeof ages_used);
     recent_age = 0;  // and the filter reads as zero like the rest of the block
+    recent_written = false;
     printf("info debug Creation of Transposition Table (%i MB) : %s\n", mb, tt_table ? "success" : "failure");
     return tt_table != nullptr;
 }
@@ -151,6 +154,7 @@ int32_t tt_probe(uint64_t key, int depth, int32_t alpha, int32_t beta) {
 void tt_store(uint64_t key, int32_t score, int depth, int bound, move_t move) {
     if (depth > MAX_DEPTH - 1) return;
     tt_recent_word(key) |= tt_recent_bit(key);
+    recent_written = true;
     ages_used[tt_age >> 6] |= uint64_t(1) << (tt_age & 63);
     tt_entry* e = tt_bucket(key);
     tt_entry* target = nullptr;
