@@ -75,8 +75,11 @@ bitboard between_set(const side_t& side) {
 
 void checks_and_pins(side_t& side, bitboard own_between, bitboard enemy_between) {
     const side_t& enemy = *side.opponent;
-    bitboard checkers = 0;
-    for (int piece = PAWN; piece <= QUEEN; ++piece) checkers |= side.check_squares[piece] & enemy.pieces[piece];
+    // The queen's squares are the bishop's and the rook's together.
+    const bitboard checkers = (side.check_squares[PAWN] & enemy.pieces[PAWN]) |
+                              (side.check_squares[KNIGHT] & enemy.pieces[KNIGHT]) |
+                              (side.check_squares[BISHOP] & (enemy.pieces[BISHOP] | enemy.pieces[QUEEN])) |
+                              (side.check_squares[ROOK] & (enemy.pieces[ROOK] | enemy.pieces[QUEEN]));
     side.checkers = checkers;
     side.pinned = side.pieces[0] & own_between;
     side.discoverers = side.pieces[0] & enemy_between;

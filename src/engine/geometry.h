@@ -81,6 +81,20 @@ inline constexpr auto file_masks = [] {
 inline constexpr bitboard NOT_A_FILE = ~file_masks[0];
 inline constexpr bitboard NOT_H_FILE = ~file_masks[7];
 
+// Each square of the set spread to the end of its file, upwards or
+// downwards, and to the whole file.
+constexpr bitboard fill_up(bitboard b) {
+    b |= b << 8;
+    b |= b << 16;
+    return b | b << 32;
+}
+constexpr bitboard fill_down(bitboard b) {
+    b |= b >> 8;
+    b |= b >> 16;
+    return b | b >> 32;
+}
+constexpr bitboard fill_files(bitboard b) { return fill_up(fill_down(b)); }
+
 // The squares of a rank, 0 (the first) to 7.
 constexpr bitboard rank_mask(int rank) { return 0xFFULL << (8 * rank); }
 

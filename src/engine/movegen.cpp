@@ -54,6 +54,7 @@ inline int rank_in(bitboard set, int square) { return popcount(set & (square_bit
 // are few, and each then marks its own word, found by its place in the set.
 template <bool Count>
 inline void build(gen_t<Count>& g, int piece, int from, bitboard targets) {
+    if (!targets) return;
     const bitboard from_bit = square_bit(from);
     if (g.side->pinned & from_bit)
         for (bitboard b = targets; b;) {
@@ -145,11 +146,20 @@ void en_passant_captures(gen_t<Count>& g) {
     }
 }
 
+// Only the pawns with a move onto the target are visited; they are found
+// for all pawns at once, from the target back to the pawns.
 template <bool Count>
 void pawn_moves(gen_t<Count>& g, bitboard target) {
     const side_t& side = *g.side;
     const bool white_side = side.is_white;
-    for (bitboard pawns = side.pieces[PAWN] & ~(white_side ? RANK_7 : RANK_2); pawns;) {
+    const bitboard empty = ~g.occupied;
+    const bitboard push_to = target & empty, capture_to = target & g.occupied;
+    const bitboard movers =
+        white_side ? push_to >> 8 | ((push_to >> 16) & (empty >> 8) & RANK_2) |
+                         ((capture_to >> 9) & NOT_H_FILE) | ((capture_to >> 7) & NOT_A_FILE)
+                   : push_to << 8 | ((push_to << 16) & (empty << 8) & RANK_7) |
+                         ((capture_to << 7) & NOT_H_FILE) | ((capture_to << 9) & NOT_A_FILE);
+    for (bitboard pawns = side.pieces[PAWN] & ~(white_side ? RANK_7 : RANK_2) & movers; pawns;) {
         const int from = pop_square(pawns);
         const int one = white_side ? from + 8 : from - 8;
         bitboard set = 0;

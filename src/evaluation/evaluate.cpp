@@ -30,16 +30,15 @@ int32_t win_score(const side_t& a, const side_t& b) {
 int32_t material_balance() { return board.turn->material - board.turn->opponent->material; }
 
 // Rooks on the two far ranks while the enemy has pawns, and on files where
-// no man but this side's rooks stands.
+// no man but this side's rooks stands; both counted for all rooks at once.
 int32_t rook_score(const side_t& side) {
-    const bitboard others = board.occupied & ~side.pieces[ROOK];
-    const bitboard far_ranks = side.is_white ? rank_mask(6) | rank_mask(7) : rank_mask(0) | rank_mask(1);
-    const bool enemy_pawns = side.opponent->pieces[PAWN] != 0;
-    int32_t score = 0;
-    for (bitboard rooks = side.pieces[ROOK]; rooks;) {
-        const int s = pop_square(rooks);
-        if (enemy_pawns && (far_ranks & square_bit(s))) score += genes[GENE_ROOK_FAR_RANKS];
-        if (!(file_masks[file_of(s)] & others)) score += genes[GENE_ROOK_OPEN_FILE];
+    const bitboard rooks = side.pieces[ROOK];
+    if (!rooks) return 0;
+    const bitboard others = board.occupied & ~rooks;
+    int32_t score = genes[GENE_ROOK_OPEN_FILE] * popcount(rooks & ~fill_files(others));
+    if (side.opponent->pieces[PAWN]) {
+        const bitboard far_ranks = side.is_white ? rank_mask(6) | rank_mask(7) : rank_mask(0) | rank_mask(1);
+        score += genes[GENE_ROOK_FAR_RANKS] * popcount(rooks & far_ranks);
     }
     return score;
 }

@@ -5,17 +5,6 @@ namespace velkor {
 
 namespace {
 
-// Each square of the set spread to the end of its file, upwards or downwards.
-constexpr bitboard fill_up(bitboard b) {
-    b |= b << 8;
-    b |= b << 16;
-    return b | b << 32;
-}
-constexpr bitboard fill_down(bitboard b) {
-    b |= b >> 8;
-    b |= b >> 16;
-    return b | b >> 32;
-}
 constexpr bitboard beside(bitboard b) { return (b << 1 & NOT_A_FILE) | (b >> 1 & NOT_H_FILE); }
 
 }  // namespace
@@ -36,7 +25,7 @@ int32_t pawn_score(const side_t& side) {
     const bitboard behind_enemy = up ? fill_down(enemy_spans >> 8) : fill_up(enemy_spans << 8);
     const bitboard doubled = pawns & behind_own;
     const bitboard passed = pawns & ~doubled & ~behind_enemy;
-    const bitboard isolated = pawns & ~doubled & ~passed & ~beside(fill_up(fill_down(pawns)));
+    const bitboard isolated = pawns & ~doubled & ~passed & ~beside(fill_files(pawns));
     int32_t score = -genes[GENE_DOUBLED] * popcount(doubled) - genes[GENE_ISOLATED] * popcount(isolated);
     for (bitboard b = passed; b;) {
         const int s = pop_square(b);

@@ -126,10 +126,11 @@ int32_t alpha_beta(int ply, int depth_limit, int32_t alpha, int32_t beta, int ch
     // that order: the attack maps are stale outside a node, the evaluation
     // changes nothing, and below the root this ply's list is read by nobody
     // else. The root keeps its list as the last iteration left it until it
-    // has passed the table. A shallow node that its static score may end
-    // fetches only the table's filter word first: most of them end there,
-    // and the filter nearly always tells that the bucket has nothing for
-    // them. The bucket is fetched once the node is known to go on.
+    // has passed the table. A node that its static score or a null move may
+    // end fetches only the table's filter word first: many of them end
+    // there, and the filter nearly always tells that the bucket has nothing
+    // for them. A shallow one fetches the bucket once it is known to go on;
+    // a deeper one reads it only when the filter or the table's move asks.
     const int depth = depth_limit - ply;
     const bool is_pv = beta - alpha > 1;
     const uint64_t key = board.states[board.ply].key;
@@ -139,7 +140,7 @@ int32_t alpha_beta(int ply, int depth_limit, int32_t alpha, int32_t beta, int ch
                          opponent.piece_material != 0 && std::abs(alpha) <= MATE_BOUND &&
                          std::abs(beta) <= MATE_BOUND;
     const bool may_cut = null_ok && depth <= 2;
-    if (may_cut)
+    if (null_ok)
         tt_prefetch_filter(key);
     else
         tt_prefetch(key);
