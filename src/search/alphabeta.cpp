@@ -120,17 +120,16 @@ int32_t alpha_beta(int ply, int depth_limit, int32_t alpha, int32_t beta, int ch
     if (is_draw()) return 0;
 
     // Step 2. The table answers for this iteration's own results. Its bucket
-    // is nearly always far away in memory: it is fetched early and read
-    // after the work that does not depend on it, the attack maps, the moves
-    // and the static score of a shallow node. No early return can observe
-    // that order: the attack maps are stale outside a node, the evaluation
-    // changes nothing, and below the root this ply's list is read by nobody
-    // else. The root keeps its list as the last iteration left it until it
-    // has passed the table. A node that its static score or a null move may
-    // end fetches only the table's filter word first: many of them end
-    // there, and the filter nearly always tells that the bucket has nothing
-    // for them. A shallow one fetches the bucket once it is known to go on;
-    // a deeper one reads it only when the filter or the table's move asks.
+    // is nearly always far away in memory, and most nodes never need it:
+    // its filters tell when it holds nothing for the key, and a store waits
+    // in the table's queue. So a node fetches its filters first, and its
+    // bucket only once it knows that it goes on and that the bucket may hold
+    // its key. Both are read after the work that does not depend on them,
+    // the attack maps, the moves and the static score of a shallow node. No
+    // early return can observe that order: the attack maps are stale
+    // outside a node, the evaluation changes nothing, and below the root
+    // this ply's list is read by nobody else. The root keeps its list as the
+    // last iteration left it until it has passed the table.
     const int depth = depth_limit - ply;
     const bool is_pv = beta - alpha > 1;
     const uint64_t key = board.states[board.ply].key;
@@ -140,10 +139,7 @@ int32_t alpha_beta(int ply, int depth_limit, int32_t alpha, int32_t beta, int ch
                          opponent.piece_material != 0 && std::abs(alpha) <= MATE_BOUND &&
                          std::abs(beta) <= MATE_BOUND;
     const bool may_cut = null_ok && depth <= 2;
-    if (null_ok)
-        tt_prefetch_filter(key);
-    else
-        tt_prefetch(key);
+    tt_prefetch_filter(key);
     // A shallow node whose static score reaches beta ends unless it has no
     // move at all: it needs no list, only to know that one move exists.
     int count = 0;
@@ -159,7 +155,7 @@ int32_t alpha_beta(int ply, int depth_limit, int32_t alpha, int32_t beta, int ch
         if (static_cut) {
             any_move = has_legal_move();
         } else {
-            if (may_cut) tt_prefetch(key);
+            if (tt_maybe_stored(key)) tt_prefetch(key);
             count = generate_moves(ply, GENERATE_ALL);
             any_move = count != 0;
         }

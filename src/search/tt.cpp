@@ -16,23 +16,44 @@ uint64_t tt_mask = 0;
 uint64_t tt_used = 0;
 uint32_t tt_age = 0;
 
-uint64_t* tt_recent = nullptr;
+tt_filter_t* tt_filters = nullptr;
 
 namespace {
 
 uint32_t recent_age = 0;
 uint64_t ages_used[4];  // the ages stored with since the last clear
-bool recent_written = false;  // a store has set a bit since the filter was last emptied
+bool recent_written = false;  // a store has set a recent bit since that filter was last emptied
 
-// A filter for the present age, empty, if no entry can have that age yet.
+struct waiting_store_t {
+    uint64_t key;
+    int32_t score;
+    int depth;
+    int bound;
+    move_t move;
+};
+waiting_store_t waiting[TT_QUEUE];
+int waiting_count = 0;
+
+// A recent filter for the present age, empty, if no entry can have that age yet.
 void restart_filter() {
     if (ages_used[tt_age >> 6] & uint64_t(1) << (tt_age & 63)) {
         recent_age = 256;
         return;
     }
-    if (recent_written) memset(tt_recent, 0, TT_RECENT_WORDS * sizeof(uint64_t));
+    if (recent_written)
+        for (uint64_t i = 0; i < TT_FILTERS; ++i) tt_filters[i].recent = 0;
     recent_written = false;
     recent_age = tt_age;
+}
+
+// Lets the queue in before a read of the key's bucket, if a waiting store addresses it.
+void settle(uint64_t key) {
+    const uint64_t bucket = uint32_t(key) & tt_mask;
+    for (int i = 0; i < waiting_count; ++i)
+        if ((uint32_t(waiting[i].key) & tt_mask) == bucket) {
+            tt_flush();
+            return;
+        }
 }
 
 #if defined(__linux__)
@@ -84,10 +105,11 @@ bool tt_allocate(int mb) {
     tt_age = 0;
     tt_entries = uint64_t(mb) * 65536;
     tt_mask = tt_entries - 4;
-    tt_table = static_cast<tt_entry*>(zeroed_block(tt_entries * sizeof(tt_entry) + TT_RECENT_WORDS * sizeof(uint64_t)));
-    tt_recent = tt_table ? reinterpret_cast<uint64_t*>(tt_table + tt_entries) : nullptr;
+    tt_table = static_cast<tt_entry*>(zeroed_block(tt_entries * sizeof(tt_entry) + TT_FILTERS * sizeof(tt_filter_t)));
+    tt_filters = tt_table ? reinterpret_cast<tt_filter_t*>(tt_table + tt_entries) : nullptr;
+    waiting_count = 0;
     memset(ages_used, 0, sizeof ages_used);
-    recent_age = 0;  // and the filter reads as zero like the rest of the block
+    recent_age = 0;  // and the filters read as zero like the rest of the block
     recent_written = false;
     printf("info debug Creation of Transposition Table (%i MB) : %s\n", mb, tt_table ? "success" : "failure");
     return tt_table != nullptr;
@@ -113,10 +135,12 @@ void tt_resize(int mb) {
 void tt_free() {
     release_table();
     tt_table = nullptr;
-    tt_recent = nullptr;
+    tt_filters = nullptr;
+    waiting_count = 0;
 }
 
 void tt_new_search() {
+    tt_flush();
     tt_age = (tt_age + 1) & 255;
     restart_filter();
 }
@@ -125,17 +149,24 @@ void tt_new_search() {
 // searches then take no page faults on the clock (a huge page's first
 // touch clears all of its 2 MB).
 void tt_clear() {
-    make_resident(tt_table, tt_entries * sizeof(tt_entry) + TT_RECENT_WORDS * sizeof(uint64_t));
-    memset(tt_table, 0, tt_entries * sizeof(tt_entry));
+    make_resident(tt_table, tt_entries * sizeof(tt_entry) + TT_FILTERS * sizeof(tt_filter_t));
+    memset(tt_table, 0, tt_entries * sizeof(tt_entry) + TT_FILTERS * sizeof(tt_filter_t));
+    waiting_count = 0;
+    recent_written = false;
     tt_age = 0;
     tt_used = 0;
     memset(ages_used, 0, sizeof ages_used);
     restart_filter();
 }
 
-int tt_hashfull() { return int(tt_used * 1000 / tt_entries); }
+int tt_hashfull() {
+    tt_flush();
+    return int(tt_used * 1000 / tt_entries);
+}
 
 move_t tt_best_move(uint64_t key) {
+    if (!tt_maybe_stored(key)) return 0;
+    settle(key);
     const tt_entry* e = tt_bucket(key);
     for (int i = 0; i < 4; ++i)
         if (e[i].tt_key == key) return move_t(e[i].tt_data);
@@ -143,6 +174,7 @@ move_t tt_best_move(uint64_t key) {
 }
 
 move_t tt_pv_move(uint64_t key) {
+    settle(key);
     const tt_entry* e = tt_bucket(key);
     for (int i = 0; i < 4; ++i)
         if (e[i].tt_key == key && tt_entry_age(e[i].tt_data) == tt_age) return move_t(e[i].tt_data);
@@ -150,7 +182,9 @@ move_t tt_pv_move(uint64_t key) {
 }
 
 int32_t tt_probe(uint64_t key, int depth, int32_t alpha, int32_t beta) {
-    if (recent_age == tt_age && !(tt_recent_word(key) & tt_recent_bit(key))) return TT_MISS;
+    const tt_filter_t& filter = tt_filter(key);
+    if (!((recent_age == tt_age ? filter.recent : filter.stored) & tt_filter_bit(key))) return TT_MISS;
+    settle(key);
     const tt_entry* e = tt_bucket(key);
     for (int i = 0; i < 4; ++i) {
         const uint64_t data = e[i].tt_data;
@@ -163,14 +197,14 @@ int32_t tt_probe(uint64_t key, int depth, int32_t alpha, int32_t beta) {
     return TT_MISS;
 }
 
+namespace {
+
 // Same key: refused only by a current entry with a higher bound code and a
 // greater depth. Else the first empty entry, else the one of least value:
 // oldest first, then lowest bound code, then lowest depth.
-void tt_store(uint64_t key, int32_t score, int depth, int bound, move_t move) {
-    if (depth > MAX_DEPTH - 1) return;
-    tt_recent_word(key) |= tt_recent_bit(key);
-    recent_written = true;
-    ages_used[tt_age >> 6] |= uint64_t(1) << (tt_age & 63);
+void store_now(const waiting_store_t& w) {
+    const uint64_t key = w.key;
+    const int depth = w.depth, bound = w.bound;
     tt_entry* e = tt_bucket(key);
     tt_entry* target = nullptr;
     for (int i = 0; i < 4 && !target; ++i)
@@ -196,7 +230,26 @@ void tt_store(uint64_t key, int32_t score, int depth, int bound, move_t move) {
     }
     if (target->tt_data == 0) ++tt_used;
     target->tt_key = key;
-    target->tt_data = tt_pack(move, score, bound, depth, tt_age);
+    target->tt_data = tt_pack(w.move, w.score, bound, depth, tt_age);
+}
+
+}  // namespace
+
+void tt_flush() {
+    for (int i = 0; i < waiting_count; ++i) tt_prefetch(waiting[i].key);
+    for (int i = 0; i < waiting_count; ++i) store_now(waiting[i]);
+    waiting_count = 0;
+}
+
+void tt_store(uint64_t key, int32_t score, int depth, int bound, move_t move) {
+    if (depth > MAX_DEPTH - 1) return;
+    tt_filter_t& filter = tt_filter(key);
+    filter.recent |= tt_filter_bit(key);
+    filter.stored |= tt_filter_bit(key);
+    recent_written = true;
+    ages_used[tt_age >> 6] |= uint64_t(1) << (tt_age & 63);
+    waiting[waiting_count++] = {key, score, depth, bound, move};
+    if (waiting_count == TT_QUEUE) tt_flush();
 }
 
 }  // namespace velkor

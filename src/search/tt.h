@@ -37,22 +37,40 @@ int tt_hashfull();
 // The four entries that a key addresses.
 inline tt_entry* tt_bucket(uint64_t key) { return tt_table + (uint32_t(key) & tt_mask); }
 
-// The keys stored since the age last changed, one bit per key chosen by
-// its top 22 bits (the word, then the bit in it), kept behind the table's
-// entries. A key whose bit is clear has no entry of the current age, and
-// tt_probe answers without reading its bucket, which is nearly always far
-// away in memory. (While the table may still hold entries of the same age
-// from 256 ages before, the filter is left out.)
-inline constexpr int TT_RECENT_WORD_BITS = 16;  // the key's top bits that choose the word
-inline constexpr uint64_t TT_RECENT_WORDS = uint64_t(1) << TT_RECENT_WORD_BITS;
-extern uint64_t* tt_recent;
-inline uint64_t& tt_recent_word(uint64_t key) { return tt_recent[key >> (64 - TT_RECENT_WORD_BITS)]; }
-inline uint64_t tt_recent_bit(uint64_t key) { return uint64_t(1) << ((key >> (58 - TT_RECENT_WORD_BITS)) & 63); }
+// Two filters over the keys, one bit per key chosen by its top 21 bits (the
+// pair of words, then the bit in each), kept behind the table's entries. A
+// pair shares one cache line, so that one fetch answers both.
+// - recent: the keys stored since the age last changed. A key whose bit is
+//   clear has no entry of the current age, and tt_probe answers without
+//   reading its bucket, which is nearly always far away in memory. (While
+//   the table may still hold entries of the same age from 256 ages before,
+//   this filter is left out.)
+// - stored: the keys stored since the table was last cleared. A key whose
+//   bit is clear has no entry at all, and tt_best_move answers 0 unread.
+struct tt_filter_t {
+    uint64_t recent;
+    uint64_t stored;
+};
+inline constexpr int TT_FILTER_INDEX_BITS = 15;  // the key's top bits that choose the pair
+inline constexpr uint64_t TT_FILTERS = uint64_t(1) << TT_FILTER_INDEX_BITS;
+extern tt_filter_t* tt_filters;
+inline tt_filter_t& tt_filter(uint64_t key) { return tt_filters[key >> (64 - TT_FILTER_INDEX_BITS)]; }
+inline uint64_t tt_filter_bit(uint64_t key) { return uint64_t(1) << ((key >> (58 - TT_FILTER_INDEX_BITS)) & 63); }
 
-// Start loading a key's bucket, or only its filter word, into the cache; a
+// Start loading a key's bucket, or only its filters, into the cache; a
 // probe that follows other work then finds it there.
 inline void tt_prefetch(uint64_t key) { __builtin_prefetch(tt_bucket(key)); }
-inline void tt_prefetch_filter(uint64_t key) { __builtin_prefetch(&tt_recent_word(key)); }
+inline void tt_prefetch_filter(uint64_t key) { __builtin_prefetch(&tt_filter(key)); }
+inline bool tt_maybe_stored(uint64_t key) { return tt_filter(key).stored & tt_filter_bit(key); }
+
+// Stores wait in a short queue and go into their buckets a few at a time,
+// the buckets fetched together, so that their long trips to memory overlap.
+// A read of a bucket that a waiting store addresses lets the queue in
+// first, and so does everything that looks at the whole table: every
+// answer is the one that storing at once would give. tt_flush lets the
+// queue in at once.
+inline constexpr int TT_QUEUE = 8;
+void tt_flush();
 
 move_t tt_best_move(uint64_t key);  // any age
 move_t tt_pv_move(uint64_t key);    // current age only

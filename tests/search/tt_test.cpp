@@ -22,6 +22,7 @@ TEST(Table, ReferenceData) {
         int k = 0, depth = 0;
         int32_t alpha = 0, beta = 0;
         in >> op;
+        if (op == "age" || op == "slot" || op == "used") tt_flush();  // raw state, past the store queue
         if (op == "new") test::capture_stdout([] { tt_resize(1); });
         if (op == "age") in >> tt_age;
         if (op == "older")
