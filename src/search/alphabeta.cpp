@@ -45,19 +45,39 @@ constexpr uint64_t KEY_HISTORY_TOP = uint64_t(1) << (31 + 18);  // bit 31 of a h
 uint64_t order_keys[MAX_DEPTH][MAX_MOVES];
 uint64_t history_changes = 0;
 
-// Moves a node below the root through its list, best first.
+// Moves a node below the root through its list, best first. The words
+// with a sort key rank above every plain quiet move whatever the history,
+// so they are gathered in front when the keys are made, and a selection
+// scans only them while any is left.
 struct selector_t {
     move_t* list;
     uint64_t* keys;
     int count;
     uint64_t made_at = ~uint64_t(0);  // history_changes when the keys were made
     bool beyond_keys = false;         // a history of 2^31 or more: order by the tests
+    int keyed_end = 0;                // the words with a sort key are those before it
 
     // Swaps the best word from `first` on to `first`.
     void select(int first) {
         if (made_at != history_changes) {
             uint64_t seen = 0;
-            for (int j = first; j < count; ++j) seen |= keys[j] = order_key(list[j]);
+            int front = first;
+            for (int j = first; j < count; ++j) {
+                // A word with a sort key trades places with the first plain
+                // one, by conditional moves: whether it has one is a guess.
+                const move_t w = list[j], f = list[front];
+                const uint64_t k = order_key(w);
+                keys[j] = k;  // so that the front's key is a made one, if the front is j
+                const uint64_t fk = keys[front];
+                const bool keyed = sort_key(w) != 0;
+                seen |= k;
+                keys[j] = keyed ? fk : k;
+                list[j] = keyed ? f : w;
+                keys[front] = keyed ? k : fk;
+                list[front] = keyed ? w : f;
+                front += keyed;
+            }
+            keyed_end = front;
             beyond_keys = (seen & KEY_HISTORY_TOP) != 0;
             made_at = history_changes;
         }
@@ -68,8 +88,9 @@ struct selector_t {
         } else {
             // The best key so far stays in a register, and both updates are
             // conditional moves: the branch of `better` would be a guess.
+            const int end = keyed_end > first ? keyed_end : count;
             uint64_t best = keys[first];
-            for (int j = first + 1; j < count; ++j) {
+            for (int j = first + 1; j < end; ++j) {
                 const uint64_t k = keys[j];
                 top = k > best ? j : top;
                 best = k > best ? k : best;
