@@ -52,6 +52,8 @@ int32_t material_balance();
 int32_t pawn_score(const side_t& side);
 int32_t rook_score(const side_t& side);
 int32_t activity_score(const side_t& side);
+// pawn_score of the side less that of its opponent, the pawns filled once for both.
+int32_t pawn_balance(const side_t& side);
 
 // Three men: the value for the side that owns the third man (0 or positive).
 int32_t endgame_score(const side_t& strong, uint32_t white_to_move);

@@ -7,25 +7,37 @@ namespace {
 
 constexpr bitboard beside(bitboard b) { return (b << 1 & NOT_A_FILE) | (b >> 1 & NOT_H_FILE); }
 
-}  // namespace
+// Both sides' pawns spread to the ends of their files, downwards and
+// upwards: every set below is made from these four fills.
+struct pawn_fills_t {
+    bitboard white_down, white_up, black_down, black_up;
+};
+
+pawn_fills_t pawn_fills() {
+    const bitboard w = white.pieces[PAWN], b = black.pieces[PAWN];
+    return {fill_down(w), fill_up(w), fill_down(b), fill_up(b)};
+}
 
 // Doubled, passed and isolated pawns. Of two pawns on a file only the rear
 // one is doubled, and only the front one can be passed or isolated. The
 // three kinds are found for all pawns at once as sets: a pawn is doubled
 // when an own pawn stands on its file ahead of it, passed when no enemy pawn
 // stands ahead of it on its file or the files beside it, isolated when no
-// own pawn stands on the files beside it.
-int32_t pawn_score(const side_t& side) {
+// own pawn stands on the files beside it. (A fill shifted one rank on is
+// the fill of the pawns shifted one rank on, and it commutes with
+// `beside`.)
+int32_t side_pawn_score(const side_t& side, const pawn_fills_t& f) {
     const bitboard pawns = side.pieces[PAWN];
     if (!pawns) return 0;
-    const bitboard enemy_pawns = side.opponent->pieces[PAWN];
     const bool up = side.is_white;
-    const bitboard behind_own = up ? fill_down(pawns >> 8) : fill_up(pawns << 8);
-    const bitboard enemy_spans = enemy_pawns | beside(enemy_pawns);
-    const bitboard behind_enemy = up ? fill_down(enemy_spans >> 8) : fill_up(enemy_spans << 8);
+    const bitboard behind_own = up ? f.white_down >> 8 : f.black_up << 8;
+    const bitboard enemy_towards = up ? f.black_down : f.white_up;  // enemy pawns spread towards this side
+    const bitboard enemy_spans = enemy_towards | beside(enemy_towards);
+    const bitboard behind_enemy = up ? enemy_spans >> 8 : enemy_spans << 8;
+    const bitboard files = up ? f.white_down | f.white_up : f.black_down | f.black_up;
     const bitboard doubled = pawns & behind_own;
     const bitboard passed = pawns & ~doubled & ~behind_enemy;
-    const bitboard isolated = pawns & ~doubled & ~passed & ~beside(fill_files(pawns));
+    const bitboard isolated = pawns & ~doubled & ~passed & ~beside(files);
     int32_t score = -genes[GENE_DOUBLED] * popcount(doubled) - genes[GENE_ISOLATED] * popcount(isolated);
     for (bitboard b = passed; b;) {
         const int s = pop_square(b);
@@ -36,6 +48,15 @@ int32_t pawn_score(const side_t& side) {
             score += bonus / genes[GENE_PASSED_GUARDED];
     }
     return score;
+}
+
+}  // namespace
+
+int32_t pawn_score(const side_t& side) { return side_pawn_score(side, pawn_fills()); }
+
+int32_t pawn_balance(const side_t& side) {
+    const pawn_fills_t f = pawn_fills();
+    return side_pawn_score(side, f) - side_pawn_score(*side.opponent, f);
 }
 
 }  // namespace velkor
