@@ -249,7 +249,17 @@ void tt_store(uint64_t key, int32_t score, int depth, int bound, move_t move) {
     recent_written = true;
     ages_used[tt_age >> 6] |= uint64_t(1) << (tt_age & 63);
     waiting[waiting_count++] = {key, score, depth, bound, move};
-    if (waiting_count == TT_QUEUE) tt_flush();
+    constexpr int HALF = TT_QUEUE / 2;
+    if (waiting_count == HALF) {
+        for (int i = 0; i < HALF; ++i) tt_prefetch(waiting[i].key);
+    } else if (waiting_count == TT_QUEUE) {
+        for (int i = 0; i < HALF; ++i) store_now(waiting[i]);
+        for (int i = 0; i < HALF; ++i) {
+            waiting[i] = waiting[HALF + i];
+            tt_prefetch(waiting[i].key);
+        }
+        waiting_count = HALF;
+    }
 }
 
 }  // namespace velkor

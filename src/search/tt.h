@@ -63,13 +63,14 @@ inline void tt_prefetch(uint64_t key) { __builtin_prefetch(tt_bucket(key)); }
 inline void tt_prefetch_filter(uint64_t key) { __builtin_prefetch(&tt_filter(key)); }
 inline bool tt_maybe_stored(uint64_t key) { return tt_filter(key).stored & tt_filter_bit(key); }
 
-// Stores wait in a short queue and go into their buckets a few at a time,
-// the buckets fetched together, so that their long trips to memory overlap.
-// A read of a bucket that a waiting store addresses lets the queue in
-// first, and so does everything that looks at the whole table: every
-// answer is the one that storing at once would give. tt_flush lets the
-// queue in at once.
-inline constexpr int TT_QUEUE = 8;
+// Stores wait in a short queue and go into their buckets a few at a time.
+// The buckets of eight stores are fetched together, so that their long
+// trips to memory overlap, and those stores go in eight stores later, when
+// their buckets have arrived. A read of a bucket that a waiting store
+// addresses lets the whole queue in first, and so does everything that
+// looks at the whole table: every answer is the one that storing at once
+// would give. tt_flush lets the queue in at once.
+inline constexpr int TT_QUEUE = 16;
 void tt_flush();
 
 move_t tt_best_move(uint64_t key);  // any age
