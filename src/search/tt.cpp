@@ -57,25 +57,22 @@ void settle(uint64_t key) {
 }
 
 #if defined(__linux__)
-// The table and its filter in one mapping of their own, on huge pages where
-// the kernel has them to give: a probe seldom finds its bucket in the
-// caches, and on small pages seldom its address translation either. A
-// mapping starts on a page, so that a bucket is one cache line, and fresh
-// pages read as zero.
-constexpr size_t HUGE_PAGE = size_t(2) << 20;
+// The table and its filters in one mapping of their own: a mapping starts
+// on a page, so that a bucket is one cache line, and fresh pages read as
+// zero. It stays on small pages. On huge ones (madvise) searches ran no
+// faster, and a fresh process could wait 0.2 s for the kernel to assemble
+// and clear them, where it backs 128 MB of small pages in about 0.1 s.
 void* tt_mapping = nullptr;
 size_t tt_mapping_bytes = 0;
 bool tt_resident = false;
 
 void* zeroed_block(size_t bytes) {
-    void* raw = mmap(nullptr, bytes + HUGE_PAGE, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (raw == MAP_FAILED) return nullptr;
-    tt_mapping = raw;
-    tt_mapping_bytes = bytes + HUGE_PAGE;
-    void* aligned = reinterpret_cast<void*>((uintptr_t(raw) + HUGE_PAGE - 1) & ~uintptr_t(HUGE_PAGE - 1));
-    madvise(aligned, bytes, MADV_HUGEPAGE);  // a refusal leaves small pages
+    void* block = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (block == MAP_FAILED) return nullptr;
+    tt_mapping = block;
+    tt_mapping_bytes = bytes;
     tt_resident = false;
-    return aligned;
+    return block;
 }
 
 // Has the kernel back the whole table with pages in one call. Taking them
@@ -145,9 +142,8 @@ void tt_new_search() {
     restart_filter();
 }
 
-// Writing every entry also makes the whole table resident: a game's first
-// searches then take no page faults on the clock (a huge page's first
-// touch clears all of its 2 MB).
+// The whole table is made resident and written: a game's first searches
+// then take no page faults on the clock.
 void tt_clear() {
     make_resident(tt_table, tt_entries * sizeof(tt_entry) + TT_FILTERS * sizeof(tt_filter_t));
     memset(tt_table, 0, tt_entries * sizeof(tt_entry) + TT_FILTERS * sizeof(tt_filter_t));
