@@ -45,6 +45,11 @@ constexpr uint64_t KEY_HISTORY_TOP = uint64_t(1) << (31 + 18);  // bit 31 of a h
 uint64_t order_keys[MAX_DEPTH][MAX_MOVES];
 uint64_t history_changes = 0;
 
+// The order bit of a word that is one of the two killers.
+inline move_t killer_bits(move_t word, move_t killer_1, move_t killer_2) {
+    return word == killer_1 ? MOVE_KILLER_1 : word == killer_2 ? MOVE_KILLER_2 : 0;
+}
+
 // Moves a node below the root through its list, best first. The words
 // with a sort key rank above every plain quiet move whatever the history,
 // so they are gathered in front when the keys are made, and a selection
@@ -53,6 +58,7 @@ struct selector_t {
     move_t* list;
     uint64_t* keys;
     int count;
+    move_t killer_1, killer_2;  // marked on their words as the keys are first made
     uint64_t made_at = ~uint64_t(0);  // history_changes when the keys were made
     bool beyond_keys = false;         // a history of 2^31 or more: order by the tests
     int keyed_end = 0;                // the words with a sort key are those before it
@@ -65,7 +71,7 @@ struct selector_t {
             for (int j = first; j < count; ++j) {
                 // A word with a sort key trades places with the first plain
                 // one, by conditional moves: whether it has one is a guess.
-                const move_t w = list[j], f = list[front];
+                const move_t w = list[j] | killer_bits(list[j], killer_1, killer_2), f = list[front];
                 const uint64_t k = order_key(w);
                 keys[j] = k;  // so that the front's key is a made one, if the front is j
                 const uint64_t fk = keys[front];
@@ -215,19 +221,22 @@ int32_t alpha_beta(int ply, int depth_limit, int32_t alpha, int32_t beta, int ch
         fresh_list = false;
     }
 
-    // Step 6. Order bits on the list: hash move, then the two killers.
+    // Step 6. Order bits on the list: hash move, then the two killers. (A
+    // word marked as the hash move is no killer any more.) Below the root
+    // the selector marks the killers as it makes its keys, before any word
+    // but the hash move is selected.
     move_t* list = move_lists[ply];
     const move_t killer_1 = killers[ply][0], killer_2 = killers[ply][1];
     int hash_index = -1;
-    for (int i = 0; i < count; ++i) {
-        if (list[i] == hash_move) {
-            list[i] |= MOVE_HASH;
-            hash_index = i;
-        } else if (list[i] == killer_1)
-            list[i] |= MOVE_KILLER_1;
-        else if (list[i] == killer_2)
-            list[i] |= MOVE_KILLER_2;
-    }
+    if (hash_move != 0)
+        for (int i = 0; i < count; ++i)
+            if (list[i] == hash_move) {
+                list[i] |= MOVE_HASH;
+                hash_index = i;
+                break;
+            }
+    if (ply == 0)
+        for (int i = 0; i < count; ++i) list[i] |= killer_bits(list[i], killer_1, killer_2);
 
     const bool futile = shallow && alpha >= material_balance() + futility_margin[depth];
     uint64_t nodes_before = search_info.nodes;
@@ -235,7 +244,7 @@ int32_t alpha_beta(int ply, int depth_limit, int32_t alpha, int32_t beta, int ch
     int quiet_count = 0, tactical_count = 0;
 
     // Step 7. The moves, best first by selection.
-    selector_t selector{list, order_keys[ply], count};
+    selector_t selector{list, order_keys[ply], count, killer_1, killer_2};
     for (int i = 0; i < count; ++i) {
         if (ply == 0) {
             int top = i;
