@@ -44,7 +44,7 @@ inline tt_entry* tt_bucket(uint64_t key) { return tt_table + (uint32_t(key) & tt
 //   clear has no entry of the current age, and tt_probe answers without
 //   reading its bucket, which is nearly always far away in memory. (While
 //   the table may still hold entries of the same age from 256 ages before,
-//   this filter is left out.)
+//   the stored filter serves in its place.)
 // - stored: the keys stored since the table was last cleared. A key whose
 //   bit is clear has no entry at all, and tt_best_move answers 0 unread.
 struct tt_filter_t {
@@ -64,9 +64,9 @@ inline void tt_prefetch_filter(uint64_t key) { __builtin_prefetch(&tt_filter(key
 inline bool tt_maybe_stored(uint64_t key) { return tt_filter(key).stored & tt_filter_bit(key); }
 
 // Stores wait in a short queue and go into their buckets a few at a time.
-// The buckets of eight stores are fetched together, so that their long
-// trips to memory overlap, and those stores go in eight stores later, when
-// their buckets have arrived. A read of a bucket that a waiting store
+// The buckets of half a queue are fetched together, so that their long
+// trips to memory overlap, and those stores go in half a queue of stores
+// later, when their buckets have arrived. A read of a bucket that a waiting store
 // addresses lets the whole queue in first, and so does everything that
 // looks at the whole table: every answer is the one that storing at once
 // would give. tt_flush lets the queue in at once.
