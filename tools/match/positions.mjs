@@ -1,9 +1,11 @@
 #!/usr/bin/env node
 // Quiet positions of finished games with the result, for fitting evaluation
 // weights: one line "FEN;R" a position, R the game's score for White (1, 0.5
-// or 0). Left out: the first plies of a game (the opening book), positions
-// with the side to move in check, and positions whose next move captures,
-// promotes or gives check, where a static score says little.
+// or 0). Left out: the opening (the moves up to the driver's "opening:"
+// comment, or the first --skip plies of a game without one), positions
+// with the side to move in check, positions whose next move captures,
+// promotes or gives check, where a static score says little, and a position
+// met before (same placement, side, castling and en passant square).
 // usage: node tools/match/positions.mjs [--skip PLIES] GAMES.pgn ... > positions.txt
 
 import { readFileSync } from 'node:fs';
@@ -18,6 +20,7 @@ if (args[0] === '--skip') {
 }
 let games = 0;
 let positions = 0;
+const seen = new Set();
 const out = [];
 for (const file of args) {
   for (const text of readFileSync(file, 'utf8').split(/(?=^\[Event )/m)) {
@@ -32,8 +35,14 @@ for (const file of args) {
     const score = SCORE[chess.getHeaders().Result];
     if (score === undefined) continue;
     games++;
-    chess.history({ verbose: true }).forEach((move, ply) => {
-      if (ply < skip || move.captured || move.promotion || /[+#]/.test(move.san)) return;
+    const history = chess.history({ verbose: true });
+    const opening = chess.getComments().find((c) => c.comment.startsWith('opening:'));
+    const first = opening ? history.findIndex((m) => m.after === opening.fen) + 1 : skip;
+    history.forEach((move, ply) => {
+      if (ply < first || move.captured || move.promotion || /[+#]/.test(move.san)) return;
+      const key = move.before.split(' ').slice(0, 4).join(' ');
+      if (seen.has(key)) return;
+      seen.add(key);
       const before = new Chess(move.before);
       if (before.inCheck()) return;
       out.push(`${move.before};${score}`);

@@ -122,6 +122,7 @@ export async function playGame(job, hooks = {}) {
     }
   }
 
+  const cpuAtStart = sides.w.engine.cpuMs?.() + sides.b.engine.cpuMs?.();
   let ply = 0;
   while (!end) {
     end = gameOverByRules(chess);
@@ -158,7 +159,7 @@ export async function playGame(job, hooks = {}) {
     }
     ply++;
 
-    if (hooks.onPv) {
+    if (hooks.onPv && (ply - 1) % (job.pvSample ?? 1) === 0) {
       const pvLines = s.infos.filter((l) => parseInfo(l).pv?.length);
       if (pvLines.length) hooks.onPv({ engine: side.cfg.name, isVelkor: !!side.cfg.isVelkor, ply: moves.length, rootFen, posCmd, goCmd, lines: pvLines });
     }
@@ -257,6 +258,7 @@ export async function playGame(job, hooks = {}) {
     failures,
     pgn,
     ms: performance.now() - t0,
+    engineCpuMs: Math.max(0, (sides.w.engine.cpuMs?.() + sides.b.engine.cpuMs?.() - cpuAtStart) || 0),
   };
   if (failures.length && job.logDir && hooks.transcript) {
     mkdirSync(job.logDir, { recursive: true });

@@ -1,11 +1,15 @@
 // PV checker, run as a separate low-priority process so that replaying pvs
 // with chess.js never takes CPU time from an engine that is on the clock.
 // Messages in:  { type: 'batch', gameNo, batch: { engine, isVelkor, ply, rootFen, posCmd, goCmd, lines } }
+//               { type: 'flush', id }
 //               { type: 'end' }
 // Messages out: { type: 'checked', gameNo, engine, isVelkor, lines, bad: [...] }
+//               { type: 'flushed', id, cpuMs } (the CPU time since the last flush)
 //               { type: 'ended' }
 
 import { checkPvs } from './referee.mjs';
+
+let cpu = process.cpuUsage();
 
 process.on('message', (msg) => {
   if (msg.type === 'batch') {
@@ -24,6 +28,10 @@ process.on('message', (msg) => {
       lines: b.lines.length,
       bad: bad.map((x) => ({ ...x, ply: b.ply, posCmd: b.posCmd, goCmd: b.goCmd, rootFen: b.rootFen })),
     });
+  } else if (msg.type === 'flush') {
+    const used = process.cpuUsage(cpu);
+    cpu = process.cpuUsage();
+    process.send({ type: 'flushed', id: msg.id, cpuMs: (used.user + used.system) / 1000 });
   } else if (msg.type === 'end') {
     process.send({ type: 'ended' }, () => process.exit(0));
   }

@@ -3,6 +3,7 @@
 // stdout closed while the driver still expects output).
 
 import { spawn } from 'node:child_process';
+import { readFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { performance } from 'node:perf_hooks';
 
@@ -15,6 +16,7 @@ export class EngineFailure extends Error {
 }
 
 export const SYNC_TIMEOUT_MS = 10000;
+const CLOCK_TICKS = 100; // the kernel's USER_HZ, 100 on every Linux build
 
 export class UciEngine {
   // cfg: { name, path, args, options: [[name, value]...] }
@@ -126,6 +128,19 @@ export class UciEngine {
       }, ms);
       this.waiter = { resolve, reject, timer };
     });
+  }
+
+  // The CPU time (user and system) the process has used so far, in ms, read
+  // from /proc; 0 where there is no /proc or no process.
+  cpuMs() {
+    if (!this.alive || !this.proc?.pid) return 0;
+    try {
+      const stat = readFileSync(`/proc/${this.proc.pid}/stat`, 'latin1');
+      const fields = stat.slice(stat.lastIndexOf(')') + 2).split(' ');
+      return (Number(fields[11]) + Number(fields[12])) * (1000 / CLOCK_TICKS);
+    } catch {
+      return 0;
+    }
   }
 
   // Writes one command; returns the time it was written.

@@ -5,8 +5,11 @@ import { parentPort } from 'node:worker_threads';
 import { UciEngine, EngineFailure } from './uci-engine.mjs';
 import { playGame } from './game.mjs';
 
-const engines = new Map(); // cfg.key -> UciEngine
+const engines = new Map(); // cfg.key -> UciEngine, the most recently used last
 let transcript = [];
+// Engines kept beyond the two of the present game: a tuner's matches change
+// the tested weights often, the base rarely.
+const KEPT = 4;
 
 function track(engine) {
   engine.onSpawn = (pid) => parentPort.postMessage({ type: 'pid', pid, alive: true });
@@ -20,6 +23,8 @@ function track(engine) {
 async function engineFor(cfg) {
   let e = engines.get(cfg.key);
   if (e && e.alive) {
+    engines.delete(cfg.key);
+    engines.set(cfg.key, e);
     e.log = transcript;
     return { engine: e, died: null };
   }
@@ -27,6 +32,11 @@ async function engineFor(cfg) {
   if (e) {
     died = e.exitText || 'not running';
     await e.kill();
+  }
+  for (const [key, old] of engines) {
+    if (engines.size < KEPT) break;
+    engines.delete(key);
+    await old.quit();
   }
   e = track(new UciEngine(cfg));
   engines.set(cfg.key, e);
@@ -68,7 +78,7 @@ async function runGame(job) {
   const result = await playGame(
     { ...job, white: handles.w, black: handles.b },
     {
-      onPv: (batch) => parentPort.postMessage({ type: 'pv', gameNo: job.gameNo, batch }),
+      onPv: job.pvSample ? (batch) => parentPort.postMessage({ type: 'pv', gameNo: job.gameNo, batch }) : null,
       transcript: () => transcript,
       initialFailures,
     },

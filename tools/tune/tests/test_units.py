@@ -10,7 +10,7 @@ import subprocess
 import numpy as np
 import pytest
 
-from velkor_tune import engine, genes, match, pbil, report, stats
+from velkor_tune import engine, fit, genes, match, pbil, report, spsa, stats
 
 ROOT = pathlib.Path(__file__).resolve().parents[3]
 DATA = pathlib.Path(__file__).resolve().parent / "data"
@@ -93,7 +93,7 @@ def test_expected_gene_values():
     certain = [float(c) for c in genes.DEFAULT_STRING]
     mean, sd = report.gene_moments(certain)
     assert list(mean) == pytest.approx(list(genes.DEFAULTS)) and sd == pytest.approx([0] * 14, abs=1e-6)
-    assert report.likeliest(certain) == genes.DEFAULT_STRING
+    assert pbil.consensus(certain) == genes.DEFAULT_STRING
 
 
 def test_driver_result_parsing():
@@ -117,10 +117,45 @@ def test_engine_refused(tmp_path, monkeypatch):
 
 
 @pytest.mark.skipif(not os.access(TEXEL, os.X_OK), reason="no build of the fitting tool")
-def test_texel_fit():
-    run = subprocess.run([TEXEL, str(DATA / "positions.txt")], capture_output=True, text=True, timeout=120)
-    # 137 quiet positions of depth-6 games; the scale is fitted on the defaults first.
-    assert "137 positions, 0 refused\nscale 2.00, loss 0.361253\n" in run.stderr
-    weights, last, text = run.stdout.splitlines()
-    assert last == "loss 0.327106 scale 2.00"
-    assert genes.decode(text) == [int(w) for w in weights.split()]
+def test_fit():
+    # 137 quiet positions of depth-6 games, each with its game's result and, as
+    # the teacher's score, the logistic of the defaults' own score at scale 1.
+    labelled = DATA / "labelled.txt"
+    taught = fit.fit(labelled, pathlib.Path(TEXEL), lam=1.0)
+    # Labels that the defaults predict exactly: the fit has nothing to change.
+    assert (taught["genes"], taught["scale"]) == (genes.DEFAULT_STRING, 1.0)
+    assert taught["held_out_before"] == taught["held_out_after"] == 0.621585
+    assert "137 positions (13 held out, 137 with a teacher's score, lambda 1.00), 0 refused" in taught["log"]
+    # Game results alone, from a string of its own.
+    start = genes.encode([7, 2, 10, 5, 5, 15, 1, 10, 10, 5, 10, 2, 50, 29])
+    results = fit.fit(labelled, pathlib.Path(TEXEL), start, lam=0.0)
+    assert results["weights"] == [5, 0, 8, 18, 0, 63, 0, 0, 16, 0, 0, 2, 8, 63]
+    assert (results["scale"], results["loss"]) == (1.95, 0.323331)
+    assert (results["held_out_before"], results["held_out_after"]) == (0.524196, 0.442202)
+    text = fit.describe(results)
+    assert "at the edge of 0..63: pawn chain, straight guard, bishop pair, king shelter, king danger, doubled," \
+           " isolated, rook on an open file" in text
+    with pytest.raises(ValueError, match="too few positions"):
+        fit.fit(DATA / "missing.txt", pathlib.Path(TEXEL))
+
+
+def test_spsa_schedules_and_step():
+    s = {"iterations": 100, "c_end": 3.15, "r_end": 0.002}
+    # A = 10, a = 0.002 * 3.15^2 * 110^0.602 = 0.019845 * 16.940195 = 0.336178;
+    # c_1 = 3.15 * 100^0.101 = 3.15 * 1.592209 = 5.015457;
+    # R_1 = 0.336178 / 11^0.602 / c_1^2 = 0.336178 / 4.235634 / 25.154814 = 0.0031552.
+    assert spsa.schedule(s, 1) == pytest.approx((5.015457, 0.0031552), rel=2e-5)
+    assert spsa.schedule(s, 100) == pytest.approx((3.15, 0.002))  # the schedules end at c_end and r_end
+    # theta moves by R c (W - L) delta: 0.01 * 5 * 3 = 0.15, clipped to 0..63.
+    delta = [1, -1] * 7
+    theta = spsa.step([10.0] * 12 + [62.9, 0.1], delta, 5.0, 0.01, 3)
+    assert theta == pytest.approx([10.15, 9.85] * 6 + [63.0, 0.0])
+    assert spsa.step(theta, delta, 5.0, 0.01, 0) == theta
+    # Stochastic rounding keeps the mean: 10.3 rounds up three times in ten.
+    ups = np.mean([spsa.rounded([10.3], np.random.default_rng(k))[0] for k in range(4000)])
+    assert ups == pytest.approx(10.3, abs=0.03)
+    delta, plus, minus = spsa.perturbation([0.0] + [31.5] * 13, 5.0, np.random.default_rng(3))
+    assert all(abs(p - m) in (9, 10, 11) for p, m in zip(plus[1:], minus[1:]))
+    assert (plus[0], minus[0]) == ((5, 0) if delta[0] > 0 else (0, 5))
+    # The answer is theta, rounded: never a sampled point.
+    assert spsa.answer({"theta": [5.4, 2.6] + [10.0] * 12}) == genes.encode([5, 3] + [10] * 12)

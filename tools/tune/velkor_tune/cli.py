@@ -10,6 +10,7 @@ from . import cluster, engine, genes, report
 REPO = pathlib.Path(__file__).resolve().parents[3]
 RELEASE = REPO / "build" / "release" / "velkor"
 DEPTH = 5  # of a run's games when neither --depth nor --tc is given
+POSITIONS_DEPTH = 7  # of self-play games for positions
 
 
 def gene_string(text: str) -> str:
@@ -78,6 +79,8 @@ def parser() -> argparse.ArgumentParser:
     verify.add_argument("--sprt", type=bounds, metavar="ELO0,ELO1", help="normalized Elo bounds")
     verify.add_argument("--min-games", type=int, default=0, help="games played before a verdict may stop the match")
     verify.add_argument("--seed", type=int, default=1)
+    verify.add_argument("--random-plies", type=int, default=6,
+                        help="random plies after each opening line, so that games at a fixed depth do not repeat")
     verify.add_argument("--out", type=pathlib.Path, help="folder for games and results (default build/tune/verify-TIME)")
     add_where(verify)
     texel = sub.add_parser("texel", help="weights fitted to the positions of a run's games, for --start")
@@ -85,9 +88,60 @@ def parser() -> argparse.ArgumentParser:
     texel.add_argument("--start", type=gene_string, help="the string the fit starts from (default: the engine's)")
     texel.add_argument("--engine", type=pathlib.Path, default=RELEASE,
                        help="the engine build, beside which velkor_texel stands")
+    pos = sub.add_parser("positions", help="quiet positions of self-play games (or of PGN files) into OUT")
+    pos.add_argument("out", type=pathlib.Path)
+    pos.add_argument("--games", type=positive, default=800)
+    pos.add_argument("--random-plies", type=int, default=8, help="random plies after each opening line (default 8)")
+    pos.add_argument("--genes", type=gene_string, default=genes.DEFAULT_STRING, help="the weights both sides play")
+    pos.add_argument("--seed", type=int, default=1)
+    pos.add_argument("--pgn", type=pathlib.Path, nargs="+", help="read these games instead of playing")
+    add_where(pos)
+    lab = sub.add_parser("label", help="a teacher engine's expected score for each position")
+    lab.add_argument("positions", type=pathlib.Path)
+    lab.add_argument("--out", type=pathlib.Path, help="the labelled file (default: POSITIONS with .labelled.txt)")
+    lab.add_argument("--teacher", default="/usr/games/stockfish", help="a UCI engine that prints wdl")
+    lab.add_argument("--teacher-depth", type=positive, default=10)
+    where = lab.add_mutually_exclusive_group()
+    where.add_argument("--workers", type=positive)
+    where.add_argument("--scheduler", metavar="tcp://HOST:PORT")
+    fit = sub.add_parser("fit", help="weights fitted to labelled positions (Texel's method)")
+    fit.add_argument("positions", type=pathlib.Path, help='lines "FEN;R" or "FEN;R;T"')
+    fit.add_argument("--lambda", dest="lam", type=float, default=0.5,
+                     help="the teacher's share of a label, the game result's the rest (default 0.5)")
+    fit.add_argument("--start", type=gene_string, help="the string the fit starts from (default: the engine's)")
+    fit.add_argument("--out", type=pathlib.Path, help="also write the result to this file")
+    fit.add_argument("--engine", type=pathlib.Path, default=RELEASE,
+                     help="the engine build, beside which velkor_texel stands")
+    sp = sub.add_parser("spsa", help="SPSA from a string into OUT (carries on a run already there)")
+    sp.add_argument("out", type=pathlib.Path)
+    sp.add_argument("--start", type=gene_string, default=genes.DEFAULT_STRING, help="theta's start (default: defaults)")
+    sp.add_argument("--iterations", type=positive, default=spsa_defaults("iterations"),
+                    help="game pairs in all (default %(default)s)")
+    sp.add_argument("--pairs", type=positive, default=spsa_defaults("pairs"), help="pairs of one task (one perturbation)")
+    sp.add_argument("--batch", type=positive, default=spsa_defaults("batch"),
+                    help="tasks drawn from one theta and applied together (default %(default)s)")
+    sp.add_argument("--c-end", type=float, default=spsa_defaults("c_end"),
+                    help="the perturbation at the end (default 63/20)")
+    sp.add_argument("--r-end", type=float, default=spsa_defaults("r_end"), help="the step's rate at the end (default 0.002)")
+    sp.add_argument("--random-plies", type=int, default=spsa_defaults("random_plies"))
+    sp.add_argument("--seed", type=int, default=1)
+    add_where(sp)
     rep = sub.add_parser("report", help="plots and summary of a run")
     rep.add_argument("out", type=pathlib.Path)
     return top
+
+
+def verify_hint(text: str) -> str:
+    """How to tell whether a proposed string is stronger: what every command
+    that proposes one ends with."""
+    return (f"verify it against the defaults:\n"
+            f"  velkor-tune verify {text} --depth 6 --sprt 0,5 --games 20000\n"
+            f"  velkor-tune verify {text} --tc 4+0.04 --games 1000")
+
+
+def spsa_defaults(name):
+    from .spsa import DEFAULTS
+    return DEFAULTS[name]
 
 
 def stop(signum, frame):
@@ -102,15 +156,57 @@ def main(argv=None) -> int:
     signal.signal(signal.SIGTERM, stop)
     try:
         if args.command == "report":
-            from .run import load_state
+            from .runfolder import load_state
             report.plot(args.out, load_state(args.out))
             print(report.summary(args.out))
             return 0
         if args.command == "texel":
-            from .texel import fit
-            text = fit(args.out, args.engine.parent / "velkor_texel", args.start)
+            from .texel import fit_run
+            text = fit_run(args.out, args.engine.parent / "velkor_texel", args.start)
             print(f"{text}\n{genes.describe(text)}\nfit and positions: {args.out / 'texel.txt'}")
             print(f"lean a run towards it: velkor-tune run NEW --start {text}")
+            return 0
+        if args.command == "positions":
+            from . import positions
+            if args.pgn:
+                args.out.mkdir(parents=True, exist_ok=True)
+                print(positions.extract(args.pgn, args.out / "positions.txt"))
+                return 0
+            settings = {"games": args.games, "depth": args.depth or POSITIONS_DEPTH, "random_plies": args.random_plies,
+                        "seed": args.seed, "genes": args.genes}
+            with cluster.connect(args.workers, args.scheduler) as client:
+                print(positions.play(client, args.out, settings, args.engine))
+            print(f"label them: velkor-tune label {args.out / 'positions.txt'}")
+            return 0
+        if args.command == "label":
+            from . import label
+            out = args.out or args.positions.with_suffix(".labelled.txt")
+            with cluster.connect(args.workers, args.scheduler) as client:
+                print(label.label(client, args.positions, out, args.teacher, args.teacher_depth))
+            print(f"fit the weights to them: velkor-tune fit {out}")
+            return 0
+        if args.command == "fit":
+            from . import fit
+            if not 0 <= args.lam <= 1:
+                raise ValueError("--lambda is a share, 0 to 1")
+            result = fit.fit(args.positions, args.engine.parent / "velkor_texel", args.start, args.lam)
+            text = fit.describe(result)
+            if args.out:
+                args.out.write_text(text + "\n")
+            print(text)
+            print(verify_hint(result["genes"]))
+            return 0
+        if args.command == "spsa":
+            from . import spsa
+            if not (args.out / spsa.STATE).exists():
+                settings = {k: getattr(args, k) for k in ("start", "iterations", "pairs", "batch", "c_end", "r_end",
+                                                          "random_plies", "seed")}
+                settings.update(depth=args.depth or (None if args.tc else DEPTH), tc=args.tc)
+                spsa.write_theta(args.out, spsa.start(args.out, settings, args.engine))
+            with cluster.connect(args.workers, args.scheduler) as client:
+                state = spsa.carry_on(args.out, client)
+            print((args.out / spsa.THETA).read_text())
+            print(verify_hint(spsa.answer(state)))
             return 0
         if args.command == "verify":
             from .verify import verify
@@ -118,9 +214,9 @@ def main(argv=None) -> int:
             out = args.out or REPO / "build" / "tune" / datetime.datetime.now().strftime("verify-%Y%m%d-%H%M%S")
             with cluster.connect(args.workers, args.scheduler) as client:
                 result = verify(client, args.genes, args.base, args.games, args.depth, tc, args.seed,
-                                args.engine, args.sprt, out, args.min_games)
+                                args.engine, args.sprt, out, args.min_games, args.random_plies)
             print(result["text"])
-            print(f"games and results: {out}")
+            print(f"results: {out}")
             return 0
         from . import run
         if args.command == "run":
@@ -130,8 +226,9 @@ def main(argv=None) -> int:
             settings.update(depth=args.depth or (None if args.tc else DEPTH), tc=args.tc)
             run.start(args.out, settings, args.engine)
         with cluster.connect(args.workers, args.scheduler) as client:
-            run.carry_on(args.out, client)
+            state = run.carry_on(args.out, client)
         print(report.summary(args.out))
+        print(verify_hint(run.answer(state)))
         return 0
     except KeyboardInterrupt:
         print(f"\nstopped; carry on with: velkor-tune resume {args.out}", file=sys.stderr)

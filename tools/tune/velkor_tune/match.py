@@ -2,9 +2,14 @@
 a base string over K pairs of openings, played by the project's match driver.
 
 A task is a pure function of its inputs: the same task gives the same games
-at a fixed depth, wherever it runs.
+at a fixed depth, wherever it runs. Each worker process keeps one driver
+(`match.mjs --serve`) and with it the engines, from one task to the next:
+a new game begins with `ucinewgame`, which clears the engine's table, so a
+kept engine plays the same games as a new one.
 """
+import atexit
 import json
+import os
 import pathlib
 import shutil
 import socket
@@ -19,17 +24,70 @@ KINDS = ("crash", "stall", "illegal", "illegalPv", "timeForfeit")
 # Both Velkors play with a small table (cleared before every game) and lost
 # positions are adjudicated once both engines agree for four moves.
 HASH_MB = 16
+# The pvs of every 4th search are replayed by the referee in tuning games: a
+# quarter of the cost, and an engine that prints illegal pvs is still caught
+# within a game. `make soak` checks every one.
+TUNING_PV_SAMPLE = 4
+PER_TASK = "VELKOR_TUNE_DRIVER_PER_TASK"  # set: each task a driver of its own (bench/match.py)
 RESIGN_MOVES, RESIGN_CP = 4, 1000
 
 
-def driver_command(task: dict, engine_path, pgn, result_json) -> list[str]:
+def driver_args(task: dict, engine_path, pgn, result_json) -> list[str]:
+    """The driver's options for the task's games. A task may add `random_plies`
+    (random moves after each opening line, for self-play positions) and
+    `pv_sample` (the pvs of every Nth search checked; 1, all, unless given)."""
     limit = ["--depth", str(task["depth"])] if task.get("depth") else ["--tc", task["tc"]]
-    return ["node", str(DRIVER), "--engine", str(engine_path), "--pbil", task["genes"],
+    return ["--engine", str(engine_path), "--pbil", task["genes"],
             "--opponents", f"velkor:{task['base']}", "--games", str(2 * task["pairs"]), *limit,
             "--seed", str(task["seed"]), "--pair-offset", str(task.get("pair_offset", 0)),
+            "--random-plies", str(task.get("random_plies", 0)), "--pv-sample", str(task.get("pv_sample", 1)),
             "--no-compliance", "--concurrency", "1", "--option", f"Hash={HASH_MB}",
             "--resign-moves", str(RESIGN_MOVES), "--resign-score", str(RESIGN_CP),
             "--pgn", str(pgn), "--json", str(result_json)]
+
+
+class Driver:
+    """The worker process's match driver in serve mode, started on first use
+    and again after it died; it ends when its input does, with this process."""
+
+    def __init__(self):
+        self.process, self.log = None, None
+
+    def play(self, args: list[str]):
+        if self.process is None or self.process.poll() is not None:
+            self.log = tempfile.NamedTemporaryFile(prefix="velkor-driver-", suffix=".log", delete=False)
+            self.process = subprocess.Popen(["node", str(DRIVER), "--serve"], stdin=subprocess.PIPE,
+                                            stdout=subprocess.PIPE, stderr=self.log, text=True)
+        try:
+            self.process.stdin.write(json.dumps(args) + "\n")
+            self.process.stdin.flush()
+            line = self.process.stdout.readline()
+        except BrokenPipeError:
+            line = ""
+        if not line:
+            self.process.wait()
+            raise RuntimeError(f"match driver exited with {self.process.returncode}: {self.errors()}")
+        answer = json.loads(line)
+        if "error" in answer:
+            raise RuntimeError(f"match driver refused the task: {answer['error']}")
+
+    def errors(self) -> str:
+        return pathlib.Path(self.log.name).read_text(errors="replace").strip()[-2000:] if self.log else ""
+
+    def close(self):
+        if self.process and self.process.poll() is None:
+            self.process.stdin.close()
+            try:
+                self.process.wait(timeout=10)
+            except subprocess.TimeoutExpired:
+                self.process.kill()
+        if self.log:
+            os.unlink(self.log.name)
+        self.process, self.log = None, None
+
+
+DRIVER_PROCESS = Driver()
+atexit.register(DRIVER_PROCESS.close)
 
 
 def parse(report: dict) -> dict:
@@ -40,6 +98,7 @@ def parse(report: dict) -> dict:
     games = report["wins"] + report["draws"] + report["losses"]
     return {
         "wins": report["wins"], "draws": report["draws"], "losses": report["losses"],
+        "cpu": report.get("cpu", {}), "plies": sum(g.get("plies", 0) for g in report["results"]),
         "score": (report["wins"] + report["draws"] / 2) / games if games else 0.0,
         "penta": report["penta"], "failures": failures,
         "base_failures": {kind: report["failures"]["opponents"][kind] for kind in KINDS},
@@ -65,11 +124,16 @@ def play(task: dict, engine_bytes: bytes) -> dict:
     folder = pathlib.Path(tempfile.mkdtemp(prefix="velkor-match-"))
     try:
         pgn, result_json = folder / "games.pgn", folder / "result.json"
-        run = subprocess.run(driver_command(task, path, pgn, result_json), capture_output=True, text=True,
-                             timeout=3600)
-        # Exit 1 is a match with a failure of the tested side, which the JSON counts.
-        if run.returncode not in (0, 1) or not result_json.exists():
-            raise RuntimeError(f"match driver exited with {run.returncode}: {run.stderr.strip()[-2000:]}")
+        if os.environ.get(PER_TASK):
+            # A driver and engines of its own for this task alone, every pv
+            # checked, as the tuner once played every task: for the benchmark.
+            args = driver_args({**task, "pv_sample": 1}, path, pgn, result_json)
+            run = subprocess.run(["node", str(DRIVER), *args], capture_output=True, text=True, timeout=3600)
+            # Exit 1 is a match with a failure of the tested side, which the JSON counts.
+            if run.returncode not in (0, 1) or not result_json.exists():
+                raise RuntimeError(f"match driver exited with {run.returncode}: {run.stderr.strip()[-2000:]}")
+        else:
+            DRIVER_PROCESS.play(driver_args(task, path, pgn, result_json))
         result = parse(json.loads(result_json.read_text()))
         result["pgn"] = pgn.read_text() if pgn.exists() else ""
     finally:

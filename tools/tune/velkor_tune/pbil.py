@@ -55,3 +55,8 @@ def entropy(state: State) -> float:
     """Mean binary entropy of the bits, 1 at the start, 0 when converged."""
     p = np.clip(np.asarray(state.probabilities), 1e-12, 1 - 1e-12)
     return float(np.mean(-(p * np.log2(p) + (1 - p) * np.log2(1 - p))))
+
+
+def consensus(probabilities) -> str:
+    """The vector's answer: each bit at its likelier value (ties to zero)."""
+    return "".join("1" if p > 0.5 else "0" for p in probabilities)

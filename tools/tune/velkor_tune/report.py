@@ -20,10 +20,6 @@ def gene_moments(probabilities) -> tuple[np.ndarray, np.ndarray]:
     return mean, np.sqrt(weight @ VALUES ** 2 - mean ** 2)
 
 
-def likeliest(probabilities) -> str:
-    return "".join("1" if p > 0.5 else "0" for p in probabilities)
-
-
 def vectors(state: dict) -> np.ndarray:
     """The vector of every generation played, and the one after the last."""
     return np.array([h["probabilities"] for h in state["history"]] + [state["probabilities"]])
@@ -92,7 +88,8 @@ def plot(out: pathlib.Path, state: dict):
 
 
 def summary(out: pathlib.Path) -> str:
-    from .run import load_state, read_results
+    from .run import answer
+    from .runfolder import load_state, read_results
     state = load_state(out)
     s, history = state["settings"], state["history"]
     records = read_results(out)
@@ -112,12 +109,14 @@ def summary(out: pathlib.Path) -> str:
     for h in history:
         lines.append(f"  generation {h['generation'] + 1:3d}: best {h['fitness'][h['best']]:.3f}"
                      f" mean {h['mean']:.3f}±{h['mean_error']:.3f} entropy {h['entropy']:.3f}")
+    lines += ["the run's answer, the consensus of the vector now (verify it before use):", answer(state),
+              genes.describe(answer(state))]
     if state["best"]:
         b = state["best"]
-        lines += [f"best string (generation {b['generation'] + 1}, fitness {b['fitness']:.3f}±{b['error']:.3f}):",
-                  b["genes"], genes.describe(b["genes"])]
+        lines += [f"best-scoring sample (generation {b['generation'] + 1}, fitness {b['fitness']:.3f}±{b['error']:.3f},"
+                  " the best of many noisy scores):", b["genes"]]
     mean, _ = gene_moments(state["probabilities"])
-    lines += ["likeliest string of the vector now:", likeliest(state["probabilities"]),
+    lines += [
               "expected weights now: " + ", ".join(f"{n} {m:.1f}" for n, m in zip(genes.GENE_NAMES, mean)),
               f"plots: {out / 'bits.png'}, {out / 'genes.png'}, {out / 'fitness.png'}"]
     return "\n".join(lines)

@@ -4,7 +4,10 @@ OUT/state.json   settings, the engine's hash, the vector of the next
                  generation and the history; replaced atomically after every
                  generation, so it is always whole.
 OUT/results.jsonl one line a finished mini-match, appended as soon as it ends.
-OUT/best.txt     the best string so far, its weights and fitness.
+OUT/best.txt     the run's answer, the vector's consensus (each bit at its
+                 likelier value), and apart from it the best-scoring sample
+                 so far, which is reported as such and never as the answer:
+                 the best of many noisy scores is chosen for its luck.
 OUT/velkor       the engine the run plays, copied at the start.
 OUT/pgn/         the games, a file a generation.
 
@@ -13,7 +16,6 @@ so a resumed run samples the same strings and plays the same openings as an
 uninterrupted one, and reuses every result already recorded.
 """
 import json
-import os
 import pathlib
 import shutil
 import time
@@ -23,49 +25,10 @@ import warnings
 import numpy as np
 
 from . import engine, genes, match, pbil, report, stats
+from .runfolder import STATE, append_result, load_state, read_results, write_atomically
 from .progress import Progress
 
-STATE, RESULTS, BEST = "state.json", "results.jsonl", "best.txt"
-
-
-def write_atomically(path: pathlib.Path, text: str):
-    temp = path.with_name(path.name + ".tmp")
-    with open(temp, "w") as f:
-        f.write(text)
-        f.flush()
-        os.fsync(f.fileno())
-    os.replace(temp, path)
-
-
-def load_state(out: pathlib.Path) -> dict:
-    return json.loads((out / STATE).read_text())
-
-
-def read_results(out: pathlib.Path) -> list[dict]:
-    """The recorded mini-matches; a last line cut short by a kill is dropped
-    from the file, so that appending goes on after whole lines."""
-    path = out / RESULTS
-    if not path.exists():
-        return []
-    records, good = [], 0
-    with open(path, "rb") as f:
-        for line in f:
-            try:
-                records.append(json.loads(line))
-            except ValueError:
-                break
-            good += len(line)
-    if good != path.stat().st_size:
-        with open(path, "r+b") as f:
-            f.truncate(good)
-    return records
-
-
-def append_result(out: pathlib.Path, record: dict):
-    with open(out / RESULTS, "a") as f:
-        f.write(json.dumps(record, separators=(",", ":")) + "\n")
-        f.flush()
-        os.fsync(f.fileno())
+BEST = "best.txt"
 
 
 def generators(seed: int, generation: int):
@@ -94,15 +57,22 @@ def start(out: pathlib.Path, settings: dict, engine_path) -> dict:
     return state
 
 
+def answer(state: dict) -> str:
+    """What a run proposes: the consensus of its present vector."""
+    return pbil.consensus(state["probabilities"])
+
+
 def write_best(out: pathlib.Path, state: dict):
+    text = answer(state)
+    lines = [text, f"the run's answer: the consensus of the vector after {state['generation']} generations"
+                   " (each bit at its likelier value); verify it before use", "", genes.describe(text)]
     best = state["best"]
-    if not best:
-        return
-    text = (f"{best['genes']}\n"
-            f"fitness {best['fitness']:.4f} ± {best['error']:.4f}: score of {best['games']} games against the base, "
-            f"generation {best['generation'] + 1}, candidate {best['candidate'] + 1}\n\n"
-            f"{genes.describe(best['genes'])}\n")
-    write_atomically(out / BEST, text)
+    if best:
+        lines += ["", "best-scoring sample so far (its score is the best of many noisy ones: luck as much as strength):",
+                  best["genes"],
+                  f"fitness {best['fitness']:.4f} ± {best['error']:.4f}: score of {best['games']} games against the base, "
+                  f"generation {best['generation'] + 1}, candidate {best['candidate'] + 1}"]
+    write_atomically(out / BEST, "\n".join(lines) + "\n")
 
 
 def play_generation(client, out, state, generation, engine_bytes, progress) -> list[dict]:

@@ -1,0 +1,110 @@
+"""A teacher's expected score for each position: any UCI engine that prints
+`wdl` (Debian's stockfish with UCI_ShowWDL), searched to a fixed depth from a
+cleared table, so that a label depends on its position alone.
+
+The positions file ("FEN;R" lines) is cut into chunks of a few thousand,
+each a Dask task; a finished chunk is written to OUT.parts/ at once, so that
+a second call labels only the chunks still missing. The labelled file has
+lines "FEN;R;T", T the teacher's expected score for White, (W + D/2) / 1000.
+"""
+import pathlib
+import subprocess
+import time
+import uuid
+
+CHUNK = 2000
+TEACHER = "/usr/games/stockfish"
+TEACHER_TIMEOUT = 60  # seconds for one position before the teacher is taken as stalled
+
+
+class Teacher:
+    """One teacher process, one position at a time."""
+
+    def __init__(self, path: str):
+        self.process = subprocess.Popen([path], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
+                                        stderr=subprocess.DEVNULL)
+        self.send("uci")
+        self.until("uciok")
+        for name, value in (("Threads", 1), ("Hash", 16), ("UCI_ShowWDL", "true")):
+            self.send(f"setoption name {name} value {value}")
+
+    def send(self, line: str):
+        self.process.stdin.write(line + "\n")
+        self.process.stdin.flush()
+
+    def until(self, word: str) -> list[str]:
+        lines = []
+        while True:
+            line = self.process.stdout.readline()
+            if not line:
+                raise RuntimeError(f"the teacher ended (exit {self.process.wait()})")
+            if line.split()[:1] == [word]:
+                return lines
+            lines.append(line)
+
+    def expected(self, fen: str, depth: int) -> float | None:
+        """The expected score of the side to move, or None without a wdl."""
+        self.send("ucinewgame")
+        self.send(f"position fen {fen}")
+        self.send(f"go depth {depth}")
+        wdl = None
+        for line in self.until("bestmove"):
+            words = line.split()
+            if "wdl" in words:
+                k = words.index("wdl")
+                wdl = [int(x) for x in words[k + 1:k + 4]]
+        self.send("isready")
+        self.until("readyok")
+        return None if wdl is None else (wdl[0] + wdl[1] / 2) / sum(wdl)
+
+    def close(self):
+        try:
+            self.send("quit")
+            self.process.wait(timeout=5)
+        except (OSError, subprocess.TimeoutExpired):
+            self.process.kill()
+
+
+def label_chunk(lines: list[str], teacher: str, depth: int) -> list[str]:
+    """Labels one chunk: "FEN;R;T" for each position the teacher scores."""
+    out, t = [], Teacher(teacher)
+    try:
+        for line in lines:
+            fen = line.split(";")[0]
+            e = t.expected(fen, depth)
+            if e is not None:
+                white = e if fen.split()[1] == "w" else 1 - e
+                out.append(f"{line};{white:.4f}")
+    finally:
+        t.close()
+    return out
+
+
+def label(client, positions: pathlib.Path, out: pathlib.Path, teacher: str, depth: int) -> str:
+    from distributed import as_completed
+    lines = [l for l in positions.read_text().splitlines() if l.strip()]
+    parts = out.with_name(out.name + ".parts")
+    parts.mkdir(parents=True, exist_ok=True)
+    chunks = [lines[k:k + CHUNK] for k in range(0, len(lines), CHUNK)]
+    name = lambda k: parts / f"chunk-{k:05d}-of-{len(chunks):05d}-depth-{depth}.txt"
+    todo = [k for k in range(len(chunks)) if not name(k).exists()]
+    run_id = uuid.uuid4().hex[:8]
+    futures = {client.submit(label_chunk, chunks[k], teacher, depth, key=f"velkor-label-{run_id}-{k}", retries=1): k
+               for k in todo}
+    started, labelled = time.monotonic(), 0
+    for future in as_completed(futures):
+        k = futures[future]
+        done = future.result()
+        temp = name(k).with_suffix(".tmp")
+        temp.write_text("".join(l + "\n" for l in done))
+        temp.replace(name(k))
+        labelled += len(chunks[k])
+        rate = labelled / (time.monotonic() - started)
+        left = (sum(len(chunks[j]) for j in todo) - labelled) / rate
+        print(f"chunk {k + 1}/{len(chunks)}: {labelled} positions labelled here, {rate:.1f}/s, "
+              f"{left / 60:.1f} min left", flush=True)
+    kept = [l for k in range(len(chunks)) for l in name(k).read_text().splitlines()]
+    temp = out.with_name(out.name + ".tmp")
+    temp.write_text("".join(l + "\n" for l in kept))
+    temp.replace(out)
+    return f"{len(kept)} of {len(lines)} positions labelled by {teacher} at depth {depth}: {out}"

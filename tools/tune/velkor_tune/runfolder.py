@@ -1,0 +1,48 @@
+"""The files of a tuner's folder, written so that a kill never leaves one
+half-written: state replaced atomically, results appended a whole line at a
+time and a cut last line dropped on reading."""
+import json
+import os
+import pathlib
+
+STATE, RESULTS = "state.json", "results.jsonl"
+
+
+def load_state(out: pathlib.Path) -> dict:
+    return json.loads((out / STATE).read_text())
+
+
+def write_atomically(path: pathlib.Path, text: str):
+    temp = path.with_name(path.name + ".tmp")
+    with open(temp, "w") as f:
+        f.write(text)
+        f.flush()
+        os.fsync(f.fileno())
+    os.replace(temp, path)
+
+
+def read_results(out: pathlib.Path) -> list[dict]:
+    """The recorded lines; a last line cut short by a kill is dropped from the
+    file, so that appending goes on after whole lines."""
+    path = out / RESULTS
+    if not path.exists():
+        return []
+    records, good = [], 0
+    with open(path, "rb") as f:
+        for line in f:
+            try:
+                records.append(json.loads(line))
+            except ValueError:
+                break
+            good += len(line)
+    if good != path.stat().st_size:
+        with open(path, "r+b") as f:
+            f.truncate(good)
+    return records
+
+
+def append_result(out: pathlib.Path, record: dict):
+    with open(out / RESULTS, "a") as f:
+        f.write(json.dumps(record, separators=(",", ":")) + "\n")
+        f.flush()
+        os.fsync(f.fileno())

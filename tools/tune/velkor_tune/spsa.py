@@ -1,0 +1,186 @@
+"""SPSA over the 14 weights, as the large engine projects tune: each task
+plays theta + c*delta against theta - c*delta (delta a random +-1 for each
+weight, both strings rounded stochastically and clipped to 0..63) for a few
+pairs of games, and theta moves by R * c * (W - L) * delta.
+
+Schedules (fishtest's, with N the iterations, one iteration a game pair):
+  c_k = c_end * N^gamma / k^gamma
+  R_k = a / (A + k)^alpha / c_k^2,  a = r_end * c_end^2 * (A + N)^alpha,  A = N / 10
+with alpha 0.602, gamma 0.101, c_end 63/20 and r_end 0.002 by default. The
+answer is the final theta, never a sampled point.
+
+The tasks run in batches drawn from one theta, applied in order when the
+whole batch is in, so that the path depends on the seed alone:
+OUT/state.json    settings, theta after each batch, the engine's hash
+OUT/results.jsonl one line a finished task, appended as soon as it ends
+OUT/theta.txt     the present theta as a string, its weights, how far along
+OUT/spsa.png      every weight's path
+OUT/velkor        the engine the run plays, copied at the start
+"""
+import json
+import math
+import pathlib
+import shutil
+import time
+import uuid
+import warnings
+
+import numpy as np
+
+from . import engine, genes, match
+from .runfolder import STATE, append_result, load_state, read_results, write_atomically
+
+THETA = "theta.txt"
+ALPHA, GAMMA = 0.602, 0.101
+LOW, HIGH = 0, (1 << genes.GENE_SIZE) - 1
+DEFAULTS = {"iterations": 20000, "pairs": 4, "batch": 4, "c_end": (HIGH - LOW) / 20, "r_end": 0.002,
+            "random_plies": 6}
+
+
+def schedule(settings: dict, k: int) -> tuple[float, float]:
+    """c_k and R_k of iteration k (1-based)."""
+    n, c_end = settings["iterations"], settings["c_end"]
+    big_a = n / 10
+    a = settings["r_end"] * c_end ** 2 * (big_a + n) ** ALPHA
+    c = c_end * n ** GAMMA / k ** GAMMA
+    return c, a / (big_a + k) ** ALPHA / c ** 2
+
+
+def rounded(values, rng: np.random.Generator) -> list[int]:
+    """Stochastic rounding, floor(x + U(0, 1)), clipped to the weights' range."""
+    return [int(v) for v in np.clip(np.floor(np.asarray(values) + rng.random(len(values))), LOW, HIGH)]
+
+
+def perturbation(theta, c: float, rng: np.random.Generator) -> tuple[list[int], list[int], list[int]]:
+    """delta, theta + c*delta and theta - c*delta (both rounded)."""
+    delta = np.where(rng.random(len(theta)) < 0.5, -1, 1)
+    theta = np.asarray(theta, dtype=float)
+    return [int(d) for d in delta], rounded(theta + c * delta, rng), rounded(theta - c * delta, rng)
+
+
+def step(theta, delta, c: float, r: float, score: int) -> list[float]:
+    """theta after a task whose plus side scored `score` = wins - losses."""
+    return [float(x) for x in np.clip(np.asarray(theta) + r * c * score * np.asarray(delta), LOW, HIGH)]
+
+
+def batch_tasks(state: dict, batch: int) -> list[dict]:
+    s = state["settings"]
+    tasks = []
+    for j in range(s["batch"]):
+        first = (batch * s["batch"] + j) * s["pairs"]  # iterations before this task
+        c, r = schedule(s, first + 1)
+        rng = np.random.default_rng([s["seed"], batch, j])
+        delta, plus, minus = perturbation(state["theta"], c, rng)
+        tasks.append({"batch": batch, "task": j, "delta": delta, "c": c, "r": r,
+                      "genes": genes.encode(plus), "base": genes.encode(minus), "pairs": s["pairs"],
+                      "depth": s["depth"], "tc": s["tc"], "seed": s["seed"], "pair_offset": first,
+                      "random_plies": s["random_plies"], "pv_sample": match.TUNING_PV_SAMPLE,
+                      "engine_hash": state["engine_hash"]})
+    return tasks
+
+
+def batches(settings: dict) -> int:
+    return math.ceil(settings["iterations"] / (settings["pairs"] * settings["batch"]))
+
+
+def apply_batch(state: dict, records: list[dict]) -> dict:
+    theta = state["theta"]
+    for r in sorted(records, key=lambda r: r["task"]):
+        theta = step(theta, r["delta"], r["c"], r["r"], r["wins"] - r["losses"])
+    games = sum(r["wins"] + r["draws"] + r["losses"] for r in records)
+    failures = sum(sum(r["failures"].values()) + sum(r["base_failures"].values()) for r in records)
+    return {**state, "batch": state["batch"] + 1, "theta": theta, "path": state["path"] + [theta],
+            "games": state["games"] + games, "failures": state["failures"] + failures}
+
+
+def answer(state: dict) -> str:
+    """The run's answer: the present theta, each weight rounded to the nearest."""
+    return genes.encode([int(np.clip(round(x), LOW, HIGH)) for x in state["theta"]])
+
+
+def start(out: pathlib.Path, settings: dict, engine_path) -> dict:
+    if (out / STATE).exists():
+        raise SystemExit(f"{out} holds a run already: velkor-tune spsa {out} (with no other options) carries it on")
+    out.mkdir(parents=True, exist_ok=True)
+    _, digest = engine.load(engine_path)
+    shutil.copyfile(engine_path, out / "velkor")
+    (out / "velkor").chmod(0o755)
+    theta = [float(w) for w in genes.decode(settings["start"])]
+    state = {"kind": "spsa", "settings": settings, "engine_hash": digest, "batch": 0, "theta": theta,
+             "path": [theta], "games": 0, "failures": 0}
+    write_atomically(out / STATE, json.dumps(state, indent=1))
+    return state
+
+
+def write_theta(out: pathlib.Path, state: dict):
+    s = state["settings"]
+    text = answer(state)
+    write_atomically(out / THETA, (
+        f"{text}\n"
+        f"SPSA theta after {state['batch']} of {batches(s)} batches ({state['games']} games, "
+        f"{state['failures']} failures), from {s['start']}\n\n{genes.describe(text)}\n"))
+
+
+def plot(out: pathlib.Path, state: dict):
+    import matplotlib
+    matplotlib.use("Agg")
+    import matplotlib.pyplot as plt
+    path = np.array(state["path"])
+    games = np.arange(len(path)) * state["settings"]["pairs"] * state["settings"]["batch"] * 2
+    fig, axes = plt.subplots(4, 4, figsize=(12, 9), sharex=True)
+    for k, ax in enumerate(axes.flat):
+        if k >= genes.GENE_NUMBER:
+            ax.axis("off")
+            continue
+        ax.plot(games, path[:, k])
+        ax.axhline(genes.DEFAULTS[k], color="grey", linestyle="--", linewidth=0.8)
+        ax.axhline(path[0, k], color="green", linestyle=":", linewidth=0.8)
+        ax.set_title(genes.GENE_NAMES[k], fontsize=9)
+    fig.suptitle("SPSA: each weight's theta by games played (dashed: the default, dotted: the start)")
+    fig.supxlabel("games")
+    fig.tight_layout()
+    fig.savefig(out / "spsa.png", dpi=110)
+    plt.close(fig)
+
+
+def carry_on(out: pathlib.Path, client) -> dict:
+    """Plays the batches still to play; returns the final state."""
+    warnings.filterwarnings("ignore", message="Large object")
+    from distributed import as_completed
+    state = load_state(out)
+    engine_bytes, digest = engine.load(out / "velkor")
+    if digest != state["engine_hash"]:
+        raise SystemExit(f"{out / 'velkor'} is not the engine this run started with")
+    total = batches(state["settings"])
+    started, played = time.monotonic(), 0
+    while state["batch"] < total:
+        tasks = batch_tasks(state, state["batch"])
+        done = {}
+        for r in read_results(out):
+            if r["batch"] == state["batch"] and r["genes"] == tasks[r["task"]]["genes"] \
+                    and r["base"] == tasks[r["task"]]["base"]:
+                done[r["task"]] = r
+        run_id = uuid.uuid4().hex[:8]
+        futures = [client.submit(match.play, t, engine_bytes, key=f"velkor-spsa-{run_id}-{t['batch']}-{t['task']}",
+                                 retries=1) for t in tasks if t["task"] not in done]
+        for future in as_completed(futures):
+            record = future.result()
+            record.pop("pgn")
+            record.pop("games")
+            append_result(out, record)
+            done[record["task"]] = record
+            played += record["wins"] + record["draws"] + record["losses"]
+        state = apply_batch(state, list(done.values()))
+        write_atomically(out / STATE, json.dumps(state, indent=1))
+        write_theta(out, state)
+        minutes = (time.monotonic() - started) / 60
+        rate = played / minutes if minutes > 0 else 0
+        left = (total - state["batch"]) * state["settings"]["pairs"] * state["settings"]["batch"] * 2 / rate \
+            if rate else math.inf
+        print(f"batch {state['batch']}/{total}: {state['games']} games, {rate:.1f} games/min, "
+              f"{left:.0f} min left, failures {state['failures']}, theta "
+              + " ".join(f"{x:.1f}" for x in state["theta"]), flush=True)
+        if state["batch"] % 10 == 0 or state["batch"] == total:
+            plot(out, state)
+    plot(out, state)
+    return state
