@@ -56,9 +56,10 @@ export function pgnText(headers, chess, startFen, notes, result) {
   return `${out.join('\n')}\n\n${lines.join('\n')}`;
 }
 
-// One search: position + isready/readyok, go, info lines up to bestmove,
-// isready/readyok. Nothing is sent between go and bestmove.
-// Returns { best, infos, elapsed, goCmd, posCmd }; throws EngineFailure.
+// One search: position + isready/readyok, go, info lines up to bestmove.
+// Nothing is sent between go and bestmove; the isready after it is the
+// caller's. Returns { best, infos, elapsed, goCmd, posCmd, bestLine };
+// throws EngineFailure.
 export async function search(engine, posCmd, goCmd, remainingMs, stallMarginMs) {
   engine.send(posCmd);
   await engine.sync(SYNC_TIMEOUT_MS);
@@ -71,179 +72,262 @@ export async function search(engine, posCmd, goCmd, remainingMs, stallMarginMs) 
   return { best, infos, elapsed, goCmd, posCmd, bestLine: last.text };
 }
 
-// Plays a game. job: { gameNo, round, opening: { name, fen, moves },
-//   white, black: engine handles { engine (UciEngine), cfg: { name, isVelkor } },
-//   tc: { baseMs, incMs, moves, text }, depth (a fixed depth instead of clocks, or 0),
-//   maxPlies, resign: { moves, cp },
-//   stallMarginMs, event, site, date }
-// hooks.onPv(batch): receives the info lines of each search for pv checking.
-// The caller has started both engines; this sends ucinewgame itself.
-export async function playGame(job, hooks = {}) {
-  const t0 = performance.now();
-  const sides = { w: job.white, b: job.black };
-  const failures = [...(hooks.initialFailures ?? [])];
-  const fail = (c, kind, detail, ply) => {
-    failures.push({ engine: sides[c].cfg.name, isVelkor: !!sides[c].cfg.isVelkor, colour: c, kind, detail, ply });
-  };
+// Score and depth of a search: the last ones its info lines gave.
+function searchSummary(infos) {
+  let score = null;
+  let depth = null;
+  for (const l of infos) {
+    const inf = parseInfo(l);
+    if (inf.score) score = inf.score;
+    if (inf.depth !== null && Number.isFinite(inf.depth)) depth = inf.depth;
+  }
+  return { score, depth };
+}
 
-  const startFen = job.opening.fen ?? null;
-  const chess = new Chess(startFen ?? START_FEN);
-  // Every move played on `chess`, opening included: chess.history() would
-  // replay the whole game to count them.
-  const moves = [...job.opening.moves];
-  for (const mv of moves) playUci(chess, mv);
-  // notes[i]: comment written after the i-th move of the game (opening included)
-  const notes = [];
-  const note = (text) => {
-    const i = moves.length - 1;
-    notes[i] = notes[i] ? `${notes[i]}; ${text}` : text;
-  };
-  note(`opening: ${job.opening.name}${job.depth ? `; go depth ${job.depth}` : ''}`);
-  let repKeys = [positionKey(chess)];
+// One game being played: the board, the clocks, the failures, and how it
+// ended (`end`, null while it goes on). playGame below runs the steps in order.
+class Game {
+  constructor(job, hooks) {
+    this.job = job;
+    this.hooks = hooks;
+    this.t0 = performance.now();
+    this.sides = { w: job.white, b: job.black };
+    this.failures = [...(hooks.initialFailures ?? [])];
+    this.startFen = job.opening.fen ?? null;
+    this.chess = new Chess(this.startFen ?? START_FEN);
+    // Every move played on `chess`, opening included: chess.history() would
+    // replay the whole game to count them.
+    this.moves = [...job.opening.moves];
+    for (const mv of this.moves) playUci(this.chess, mv);
+    // notes[i]: comment written after the i-th move of the game (opening included)
+    this.notes = [];
+    this.note(`opening: ${job.opening.name}${job.depth ? `; go depth ${job.depth}` : ''}`);
+    // Position keys since the last capture or pawn move, for a bestmove 0000 claim.
+    this.repKeys = [positionKey(this.chess)];
+    const tc = job.tc;
+    this.clock = { w: tc.baseMs, b: tc.baseMs, movesLeft: { w: tc.moves || 0, b: tc.moves || 0 } };
+    this.lastScores = { w: [], b: [] }; // mover's point of view, most recent last
+    this.searches = 0; // searches made in this game so far
+    this.end = null;
+  }
 
-  const tc = job.tc;
-  const clock = { w: tc.baseMs, b: tc.baseMs, movesLeft: { w: tc.moves || 0, b: tc.moves || 0 } };
-  const lastScores = { w: [], b: [] }; // mover's point of view, most recent last
-  let end = null;
+  // A comment after the last move played (or on the start position).
+  note(text) {
+    const i = this.moves.length - 1;
+    this.notes[i] = this.notes[i] ? `${this.notes[i]}; ${text}` : text;
+  }
 
-  const lose = (c, reason, tag, kind) => ({ result: c === 'w' ? '0-1' : '1-0', reason, tag, kind, winner: other(c) });
-  const failKind = (e) => (e.kind === 'stall' ? 'stall' : 'crash');
+  fail(c, kind, detail, ply) {
+    const cfg = this.sides[c].cfg;
+    this.failures.push({ engine: cfg.name, isVelkor: !!cfg.isVelkor, colour: c, kind, detail, ply });
+  }
 
-  // New game for both engines.
-  for (const c of ['w', 'b']) {
+  lose(c, reason, tag, kind) {
+    this.end = { result: c === 'w' ? '0-1' : '1-0', reason, tag, kind, winner: other(c) };
+  }
+
+  // Runs `step`, an exchange with side c's engine. If the engine crashes or
+  // stalls, that is a failure on its record and the game is lost: `where` goes
+  // into the reason, describe(message) is the failure's detail, and the
+  // result is undefined. Any other error is the driver's and goes up.
+  async engineStep(c, step, describe, where = '') {
     try {
-      sides[c].engine.send('ucinewgame');
-      await sides[c].engine.sync(SYNC_TIMEOUT_MS);
+      return await step();
     } catch (e) {
       if (!(e instanceof EngineFailure)) throw e;
-      fail(c, e.kind, `at ucinewgame: ${e.message}`, 0);
-      end = lose(c, `${sides[c].cfg.name} ${e.kind === 'stall' ? 'stalled' : 'crashed'} at ucinewgame`, e.kind === 'stall' ? 'stalled connection' : 'abandoned', failKind(e));
-      break;
+      const stalled = e.kind === 'stall';
+      this.fail(c, e.kind, describe(e.message), this.searches);
+      this.lose(c, `${this.sides[c].cfg.name} ${stalled ? 'stalled' : 'crashed'}${where}`, stalled ? 'stalled connection' : 'abandoned', stalled ? 'stall' : 'crash');
+      return undefined;
     }
   }
 
-  const cpuAtStart = sides.w.engine.cpuMs?.() + sides.b.engine.cpuMs?.();
-  let ply = 0;
-  while (!end) {
-    end = gameOverByRules(chess);
-    if (end) break;
-    if (moves.length >= job.maxPlies) {
-      end = { result: '1/2-1/2', reason: `move cap of ${job.maxPlies} plies`, tag: 'adjudication', kind: 'move cap' };
-      break;
+  // ucinewgame + isready to both engines, White first.
+  async start() {
+    for (const c of ['w', 'b']) {
+      const engine = this.sides[c].engine;
+      await this.engineStep(c, async () => {
+        engine.send('ucinewgame');
+        await engine.sync(SYNC_TIMEOUT_MS);
+      }, (msg) => `at ucinewgame: ${msg}`, ' at ucinewgame');
+      if (this.end) return;
     }
-    if (job.resign.moves > 0) {
-      const r = job.resign;
-      const streak = (c, sign) => lastScores[c].length >= r.moves && lastScores[c].slice(-r.moves).every((s) => s !== null && sign * s >= r.cp);
+  }
+
+  // Ends the game before the next search if the rules, the move cap or
+  // resignation (both engines agreeing on the score long enough) say so.
+  adjudicate() {
+    this.end = gameOverByRules(this.chess);
+    if (this.end) return;
+    const job = this.job;
+    if (this.moves.length >= job.maxPlies) {
+      this.end = { result: '1/2-1/2', reason: `move cap of ${job.maxPlies} plies`, tag: 'adjudication', kind: 'move cap' };
+      return;
+    }
+    const r = job.resign;
+    if (r.moves > 0) {
+      const streak = (c, sign) => this.lastScores[c].length >= r.moves && this.lastScores[c].slice(-r.moves).every((s) => s !== null && sign * s >= r.cp);
       for (const c of ['w', 'b']) {
         if (streak(c, -1) && streak(other(c), 1)) {
-          end = lose(c, `${sides[c].cfg.name} resigns (both engines agree on ${r.cp} cp or more for ${r.moves} moves)`, 'adjudication', 'resignation');
+          this.lose(c, `${this.sides[c].cfg.name} resigns (both engines agree on ${r.cp} cp or more for ${r.moves} moves)`, 'adjudication', 'resignation');
         }
       }
-      if (end) break;
-    }
-
-    const turn = chess.turn();
-    const side = sides[turn];
-    const rootFen = chess.fen();
-    const posCmd = positionCommand(startFen, moves);
-    // A game at a fixed depth has no clocks: each search has the stall margin alone.
-    const goCmd = job.depth ? `go depth ${job.depth}` : goCommand(clock, tc, turn);
-    let s;
-    try {
-      s = await search(side.engine, posCmd, goCmd, job.depth ? 0 : clock[turn], job.stallMarginMs);
-    } catch (e) {
-      if (!(e instanceof EngineFailure)) throw e;
-      fail(turn, e.kind, `${e.message} (after "${posCmd}" / "${goCmd}")`, ply);
-      end = lose(turn, `${side.cfg.name} ${e.kind === 'stall' ? 'stalled' : 'crashed'}`, e.kind === 'stall' ? 'stalled connection' : 'abandoned', failKind(e));
-      break;
-    }
-    ply++;
-
-    if (hooks.onPv && (ply - 1) % (job.pvSample ?? 1) === 0) {
-      const pvLines = s.infos.filter((l) => parseInfo(l).pv?.length);
-      if (pvLines.length) hooks.onPv({ engine: side.cfg.name, isVelkor: !!side.cfg.isVelkor, ply: moves.length, rootFen, posCmd, goCmd, lines: pvLines });
-    }
-
-    // Score and depth of the search, from its info lines.
-    let score = null;
-    let depth = null;
-    for (const l of s.infos) {
-      const inf = parseInfo(l);
-      if (inf.score) score = inf.score;
-      if (inf.depth !== null && Number.isFinite(inf.depth)) depth = inf.depth;
-    }
-
-    // Clock: the whole time from writing go to reading bestmove, no margin.
-    if (!job.depth) clock[turn] -= s.elapsed;
-    const flagged = clock[turn] < 0;
-    if (flagged) {
-      fail(turn, 'timeForfeit', `used ${s.elapsed.toFixed(1)} ms with ${(clock[turn] + s.elapsed).toFixed(1)} ms left (after "${posCmd}" / "${goCmd}")`, ply);
-    }
-
-    // The move itself.
-    if (s.best === '0000' || s.best === '(none)') {
-      const claim = gameOverByRules(chess) || repetitionCount(repKeys) >= 3 || chess.isDrawByFiftyMoves();
-      if (!claim) {
-        fail(turn, 'illegal', `bestmove ${s.best} in a position with legal moves (after "${posCmd}" / "${goCmd}")`, ply);
-        end = lose(turn, `${side.cfg.name} plays illegal move ${s.best}`, 'rules infraction', 'illegal move');
-      } else if (flagged) {
-        end = lose(turn, `${side.cfg.name} loses on time`, 'time forfeit', 'time forfeit');
-      } else {
-        end = { result: '1/2-1/2', reason: `draw claimed by ${side.cfg.name} (bestmove ${s.best})`, tag: 'normal', kind: 'draw claim' };
-      }
-      break;
-    }
-    const mv = playUci(chess, s.best);
-    if (!mv) {
-      fail(turn, 'illegal', `bestmove ${s.best || '(empty)'} is illegal; line "${s.bestLine}" (after "${posCmd}" / "${goCmd}")`, ply);
-      end = lose(turn, `${side.cfg.name} plays illegal move ${s.best || '(empty)'}`, 'rules infraction', 'illegal move');
-      break;
-    }
-    if (flagged) {
-      chess.undo();
-      end = lose(turn, `${side.cfg.name} loses on time`, 'time forfeit', 'time forfeit');
-      break;
-    }
-    moves.push(s.best);
-    note(`${score ? scoreText(score) + '/' : ''}${depth ?? 0} ${(s.elapsed / 1000).toFixed(3)}s`);
-    repKeys = mv.captured || mv.piece === 'p' ? [positionKey(chess)] : [...repKeys, positionKey(chess)];
-
-    lastScores[turn].push(scoreToCp(score));
-    if (!job.depth) clock[turn] += tc.incMs;
-    if (tc.moves && !job.depth) {
-      clock.movesLeft[turn]--;
-      if (clock.movesLeft[turn] === 0) {
-        clock[turn] += tc.baseMs;
-        clock.movesLeft[turn] = tc.moves;
-      }
-    }
-
-    // isready after the bestmove, as match runners do.
-    try {
-      await side.engine.sync(SYNC_TIMEOUT_MS);
-    } catch (e) {
-      if (!(e instanceof EngineFailure)) throw e;
-      fail(turn, e.kind, `after bestmove: ${e.message}`, ply);
-      end = lose(turn, `${side.cfg.name} ${e.kind === 'stall' ? 'stalled' : 'crashed'}`, e.kind === 'stall' ? 'stalled connection' : 'abandoned', failKind(e));
-      break;
     }
   }
 
-  // PGN
-  const headers = [
-    ['Event', job.event],
-    ['Site', job.site],
-    ['Date', job.date],
-    ['Round', String(job.round)],
-    ['White', sides.w.cfg.name],
-    ['Black', sides.b.cfg.name],
-    ['Result', end.result],
-  ];
-  if (startFen) headers.push(['SetUp', '1'], ['FEN', startFen]);
-  headers.push(['TimeControl', job.depth ? '-' : tc.pgn], ['Termination', end.tag], ['Opening', job.opening.name], ['PlyCount', String(moves.length)]);
-  note(end.reason);
-  const pgn = pgnText(headers, chess, startFen ?? START_FEN, notes, end.result);
+  // The side to move searches its position. Returns the search, with the
+  // commands sent and the root position, or undefined if the engine failed.
+  async search() {
+    const job = this.job;
+    const turn = this.chess.turn();
+    const rootFen = this.chess.fen();
+    const posCmd = positionCommand(this.startFen, this.moves);
+    // A game at a fixed depth has no clocks: each search has the stall margin alone.
+    const goCmd = job.depth ? `go depth ${job.depth}` : goCommand(this.clock, job.tc, turn);
+    const s = await this.engineStep(turn,
+      () => search(this.sides[turn].engine, posCmd, goCmd, job.depth ? 0 : this.clock[turn], job.stallMarginMs),
+      (msg) => `${msg} (after "${posCmd}" / "${goCmd}")`);
+    if (!s) return undefined;
+    this.searches++;
+    return { ...s, turn, rootFen };
+  }
 
+  // The search's pv lines go to the pv checker, for every pvSample-th search.
+  samplePvs(s) {
+    if (!this.hooks.onPv || (this.searches - 1) % (this.job.pvSample ?? 1) !== 0) return;
+    const pvLines = s.infos.filter((l) => parseInfo(l).pv?.length);
+    const cfg = this.sides[s.turn].cfg;
+    if (pvLines.length) this.hooks.onPv({ engine: cfg.name, isVelkor: !!cfg.isVelkor, ply: this.moves.length, rootFen: s.rootFen, posCmd: s.posCmd, goCmd: s.goCmd, lines: pvLines });
+  }
+
+  // Takes the search's time off the mover's clock: the whole time from
+  // writing go to reading bestmove, no margin. Returns whether it flagged.
+  chargeClock(s) {
+    const c = s.turn;
+    if (!this.job.depth) this.clock[c] -= s.elapsed;
+    const flagged = this.clock[c] < 0;
+    if (flagged) {
+      this.fail(c, 'timeForfeit', `used ${s.elapsed.toFixed(1)} ms with ${(this.clock[c] + s.elapsed).toFixed(1)} ms left (after "${s.posCmd}" / "${s.goCmd}")`, this.searches);
+    }
+    return flagged;
+  }
+
+  // The increment, and a new period once movestogo runs out.
+  nextPeriod(c) {
+    const { job, clock } = this;
+    const tc = job.tc;
+    if (!job.depth) clock[c] += tc.incMs;
+    if (tc.moves && !job.depth) {
+      clock.movesLeft[c]--;
+      if (clock.movesLeft[c] === 0) {
+        clock[c] += tc.baseMs;
+        clock.movesLeft[c] = tc.moves;
+      }
+    }
+  }
+
+  // Plays the search's bestmove, or ends the game: an illegal move, a flag
+  // fall, or a null move (0000 or "(none)"), which is a draw claim where the
+  // game is over or drawn, and an illegal move anywhere else.
+  applyMove(s, flagged) {
+    const c = s.turn;
+    const name = this.sides[c].cfg.name;
+    const after = `(after "${s.posCmd}" / "${s.goCmd}")`;
+    if (s.best === '0000' || s.best === '(none)') {
+      const claim = gameOverByRules(this.chess) || repetitionCount(this.repKeys) >= 3 || this.chess.isDrawByFiftyMoves();
+      if (!claim) {
+        this.fail(c, 'illegal', `bestmove ${s.best} in a position with legal moves ${after}`, this.searches);
+        this.lose(c, `${name} plays illegal move ${s.best}`, 'rules infraction', 'illegal move');
+      } else if (flagged) {
+        this.lose(c, `${name} loses on time`, 'time forfeit', 'time forfeit');
+      } else {
+        this.end = { result: '1/2-1/2', reason: `draw claimed by ${name} (bestmove ${s.best})`, tag: 'normal', kind: 'draw claim' };
+      }
+      return;
+    }
+    const mv = playUci(this.chess, s.best);
+    if (!mv) {
+      this.fail(c, 'illegal', `bestmove ${s.best || '(empty)'} is illegal; line "${s.bestLine}" ${after}`, this.searches);
+      this.lose(c, `${name} plays illegal move ${s.best || '(empty)'}`, 'rules infraction', 'illegal move');
+      return;
+    }
+    if (flagged) {
+      this.chess.undo();
+      this.lose(c, `${name} loses on time`, 'time forfeit', 'time forfeit');
+      return;
+    }
+    const { score, depth } = searchSummary(s.infos);
+    this.moves.push(s.best);
+    this.note(`${score ? scoreText(score) + '/' : ''}${depth ?? 0} ${(s.elapsed / 1000).toFixed(3)}s`);
+    this.repKeys = mv.captured || mv.piece === 'p' ? [positionKey(this.chess)] : [...this.repKeys, positionKey(this.chess)];
+    this.lastScores[c].push(scoreToCp(score));
+    this.nextPeriod(c);
+  }
+
+  // isready after the bestmove, as match runners do.
+  async syncAfterMove(c) {
+    const engine = this.sides[c].engine;
+    await this.engineStep(c, () => engine.sync(SYNC_TIMEOUT_MS), (msg) => `after bestmove: ${msg}`);
+  }
+
+  // The game's PGN, its last comment saying how it ended.
+  pgn() {
+    const { job, end } = this;
+    const headers = [
+      ['Event', job.event],
+      ['Site', job.site],
+      ['Date', job.date],
+      ['Round', String(job.round)],
+      ['White', this.sides.w.cfg.name],
+      ['Black', this.sides.b.cfg.name],
+      ['Result', end.result],
+    ];
+    if (this.startFen) headers.push(['SetUp', '1'], ['FEN', this.startFen]);
+    headers.push(['TimeControl', job.depth ? '-' : job.tc.pgn], ['Termination', end.tag], ['Opening', job.opening.name], ['PlyCount', String(this.moves.length)]);
+    this.note(end.reason);
+    return pgnText(headers, this.chess, this.startFen ?? START_FEN, this.notes, end.result);
+  }
+
+  // With a failure in the game, its PGN, the failures and the engines'
+  // transcript go to a log file; returns the file, or null.
+  writeLog(pgn) {
+    const { job, failures, hooks } = this;
+    if (!failures.length || !job.logDir || !hooks.transcript) return null;
+    mkdirSync(job.logDir, { recursive: true });
+    const file = join(job.logDir, `game-${String(job.gameNo).padStart(4, '0')}.log`);
+    writeFileSync(file, `${pgn}\n\n${failures.map((f) => `${f.engine} (${colourName(f.colour)}) ${f.kind}: ${f.detail}`).join('\n')}\n\n${hooks.transcript().join('\n')}\n`);
+    return file;
+  }
+}
+
+// The CPU time both engines have used so far (NaN with an engine that never started).
+const engineCpu = (sides) => sides.w.engine.cpuMs?.() + sides.b.engine.cpuMs?.();
+
+// Plays a game. job: { gameNo, round, opening: { name, fen, moves },
+//   white, black: engine handles { engine (UciEngine), cfg: { name, isVelkor } },
+//   tc: { baseMs, incMs, moves, pgn (its text) }, depth (a fixed depth instead of clocks, or 0),
+//   maxPlies, resign: { moves, cp }, pvSample (pvs of every Nth search to hooks.onPv),
+//   stallMarginMs, event, site, date, logDir }
+// hooks.onPv(batch): receives the info lines of each sampled search for pv checking.
+// hooks.initialFailures: failures found before the game (an engine found dead).
+// hooks.transcript(): the engines' transcript, written out with a failure.
+// The caller has started both engines; this sends ucinewgame itself.
+export async function playGame(job, hooks = {}) {
+  const game = new Game(job, hooks);
+  await game.start();
+  const cpuAtStart = engineCpu(game.sides);
+  while (!game.end) {
+    game.adjudicate();
+    if (game.end) break;
+    const s = await game.search();
+    if (!s) break;
+    game.samplePvs(s);
+    game.applyMove(s, game.chargeClock(s));
+    if (!game.end) await game.syncAfterMove(s.turn);
+  }
+
+  const pgn = game.pgn();
+  const { end, sides } = game;
   const result = {
     gameNo: job.gameNo,
     round: job.round,
@@ -254,17 +338,13 @@ export async function playGame(job, hooks = {}) {
     reason: end.reason,
     kind: end.kind ?? end.reason,
     termination: end.tag,
-    plies: moves.length,
-    failures,
+    plies: game.moves.length,
+    failures: game.failures,
     pgn,
-    ms: performance.now() - t0,
-    engineCpuMs: Math.max(0, (sides.w.engine.cpuMs?.() + sides.b.engine.cpuMs?.() - cpuAtStart) || 0),
+    ms: performance.now() - game.t0,
+    engineCpuMs: Math.max(0, (engineCpu(sides) - cpuAtStart) || 0),
   };
-  if (failures.length && job.logDir && hooks.transcript) {
-    mkdirSync(job.logDir, { recursive: true });
-    const file = join(job.logDir, `game-${String(job.gameNo).padStart(4, '0')}.log`);
-    writeFileSync(file, `${pgn}\n\n${failures.map((f) => `${f.engine} (${colourName(f.colour)}) ${f.kind}: ${f.detail}`).join('\n')}\n\n${hooks.transcript().join('\n')}\n`);
-    result.logFile = file;
-  }
+  const logFile = game.writeLog(pgn);
+  if (logFile) result.logFile = logFile;
   return result;
 }
