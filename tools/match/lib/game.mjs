@@ -24,38 +24,6 @@ export function positionCommand(startFen, moves) {
   return cmd;
 }
 
-// PGN text: tag pairs, then the moves in SAN with comments, wrapped at 80.
-export function pgnText(headers, chess, startFen, notes, result) {
-  const esc = (v) => String(v).replace(/\\/g, '\\\\').replace(/"/g, '\\"');
-  const out = headers.map(([k, v]) => `[${k} "${esc(v)}"]`);
-  const f = startFen.split(' ');
-  let num = Number(f[5]) || 1;
-  let turn = f[1];
-  const tokens = [];
-  if (notes[-1]) tokens.push(`{${notes[-1]}}`);
-  chess.history().forEach((san, i) => {
-    if (turn === 'w') tokens.push(`${num}.`);
-    else if (i === 0 || notes[i - 1]) tokens.push(`${num}...`);
-    tokens.push(san);
-    if (notes[i]) tokens.push(`{${notes[i].replace(/[{}]/g, '')}}`);
-    if (turn === 'b') num++;
-    turn = other(turn);
-  });
-  tokens.push(result);
-  const lines = [];
-  let line = '';
-  for (const t of tokens) {
-    if (line && line.length + 1 + t.length > 80) {
-      lines.push(line);
-      line = t;
-    } else {
-      line = line ? `${line} ${t}` : t;
-    }
-  }
-  if (line) lines.push(line);
-  return `${out.join('\n')}\n\n${lines.join('\n')}`;
-}
-
 // One search: position + isready/readyok, go, info lines up to bestmove.
 // Nothing is sent between go and bestmove; the isready after it is the
 // caller's. Returns { best, infos, elapsed, goCmd, posCmd, bestLine };
@@ -70,6 +38,29 @@ export async function search(engine, posCmd, goCmd, remainingMs, stallMarginMs) 
   const best = last.text.trim().split(/\s+/)[1] ?? '';
   const infos = lines.filter((l) => /^info(\s|$)/.test(l.trim()));
   return { best, infos, elapsed, goCmd, posCmd, bestLine: last.text };
+}
+
+// chess.js's own line wrapping (pgn({ maxWidth })) joins a move with a
+// comment that reaches past the width to the text before it without a space
+// ("Nxd55. Nf3 Bd6 {...}" for "Nxd5 5. Nf3"), which no reader takes, so its
+// PGN is asked for with the moves on one line and wrapped here at 80 columns,
+// a comment kept whole. The tag pairs are followed by an empty line, which
+// chess.js leaves out in a game without moves.
+function wrapPgn(text) {
+  const lines = text.split('\n');
+  const tokens = lines.pop().match(/\{[^}]*\}|[^\s{]+/g) ?? [];
+  const out = [];
+  let line = '';
+  for (const t of tokens) {
+    if (line && line.length + 1 + t.length > 80) {
+      out.push(line);
+      line = t;
+    } else {
+      line = line ? `${line} ${t}` : t;
+    }
+  }
+  if (line) out.push(line);
+  return `${lines.filter(Boolean).join('\n')}\n\n${out.join('\n')}`;
 }
 
 // Score and depth of a search: the last ones its info lines gave.
@@ -99,8 +90,6 @@ class Game {
     // replay the whole game to count them.
     this.moves = [...job.opening.moves];
     for (const mv of this.moves) playUci(this.chess, mv);
-    // notes[i]: comment written after the i-th move of the game (opening included)
-    this.notes = [];
     this.note(`opening: ${job.opening.name}${job.depth ? `; go depth ${job.depth}` : ''}`);
     // Position keys since the last capture or pawn move, for a bestmove 0000 claim.
     this.repKeys = [positionKey(this.chess)];
@@ -111,10 +100,11 @@ class Game {
     this.end = null;
   }
 
-  // A comment after the last move played (or on the start position).
+  // A comment after the last move played (or on the start position), kept by
+  // chess.js with the position for the PGN; braces would end it early.
   note(text) {
-    const i = this.moves.length - 1;
-    this.notes[i] = this.notes[i] ? `${this.notes[i]}; ${text}` : text;
+    const before = this.chess.getComment();
+    this.chess.setComment(`${before ? `${before}; ` : ''}${text.replace(/[{}]/g, '')}`);
   }
 
   fail(c, kind, detail, ply) {
@@ -270,22 +260,29 @@ class Game {
     await this.engineStep(c, () => engine.sync(SYNC_TIMEOUT_MS), (msg) => `after bestmove: ${msg}`);
   }
 
-  // The game's PGN, its last comment saying how it ended.
+  // The game's PGN as chess.js writes it, its last comment saying how the
+  // game ended. Tag values are escaped as PGN wants, which chess.js leaves to
+  // its caller.
   pgn() {
-    const { job, end } = this;
-    const headers = [
-      ['Event', job.event],
-      ['Site', job.site],
-      ['Date', job.date],
-      ['Round', String(job.round)],
-      ['White', this.sides.w.cfg.name],
-      ['Black', this.sides.b.cfg.name],
-      ['Result', end.result],
-    ];
-    if (this.startFen) headers.push(['SetUp', '1'], ['FEN', this.startFen]);
-    headers.push(['TimeControl', job.depth ? '-' : job.tc.pgn], ['Termination', end.tag], ['Opening', job.opening.name], ['PlyCount', String(this.moves.length)]);
+    const { job, end, chess } = this;
+    const esc = (v) => String(v).replace(/\\/g, '\\\\').replace(/"/g, '\\"');
+    const tags = {
+      Event: job.event,
+      Site: job.site,
+      Date: job.date,
+      Round: job.round,
+      White: this.sides.w.cfg.name,
+      Black: this.sides.b.cfg.name,
+      Result: end.result,
+      ...(this.startFen ? { SetUp: '1', FEN: this.startFen } : {}),
+      TimeControl: job.depth ? '-' : job.tc.pgn,
+      Termination: end.tag,
+      Opening: job.opening.name,
+      PlyCount: this.moves.length,
+    };
+    for (const [key, value] of Object.entries(tags)) chess.setHeader(key, esc(value));
     this.note(end.reason);
-    return pgnText(headers, this.chess, this.startFen ?? START_FEN, this.notes, end.result);
+    return wrapPgn(chess.pgn());
   }
 
   // With a failure in the game, its PGN, the failures and the engines'
