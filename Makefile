@@ -7,7 +7,7 @@ JOBS    ?= $(shell nproc 2>/dev/null || echo 2)
 RELEASE := $(BUILD)/release
 SANITIZE := $(BUILD)/sanitize
 
-.PHONY: all run test setup-test release release-pgo sanitize fuzz soak tune tune-scheduler tune-worker perft-long bench-perft bench-eval bench-search check-valgrind clean
+.PHONY: all run test setup-test release release-pgo sanitize fuzz soak tune tune-scheduler tune-worker perft-long bench-perft bench-eval bench-search bench-match check-valgrind clean
 
 all: release
 
@@ -107,6 +107,15 @@ bench-eval: release
 bench-search: release
 	bash bench/search.sh $(RELEASE)/velkor
 
+# The tuner's games timed: the same fixed-depth match through velkor-tune
+# verify on 2 local workers, a driver a task against the kept drivers, with
+# plies per minute and the engines' share of all CPU time.
+MATCH_GAMES ?= 200
+bench-match: release
+	@bash tools/setup.sh tune
+	bash tools/match/setup.sh --no-opponents
+	/usr/bin/python3 bench/match.py --games $(MATCH_GAMES) --depth 6 --workers 2
+
 clean:
 	rm -rf $(BUILD)
 
@@ -158,4 +167,5 @@ dist-%: setup-dist
 	bash tests/windows/check-binary.sh $(DIST_WORK)/$* $(WINE_PREFIX)
 	rm -rf $(DIST_WORK)/pack/velkor-$(VERSION)-$* && mkdir -p $(DIST_WORK)/pack/velkor-$(VERSION)-$*
 	cp $(DIST_WORK)/$*/velkor$(if $(filter windows-%,$*),.exe) README.md LICENSE $(DIST_WORK)/pack/velkor-$(VERSION)-$*/
+	bash tools/tune/launcher.sh $(if $(filter windows-%,$*),windows,linux) $(DIST_WORK)/pack/velkor-$(VERSION)-$*
 	cd $(DIST_WORK)/pack && $(if $(filter windows-%,$*),zip -qr $(abspath $(DIST))/velkor-$(VERSION)-$*.zip,tar -czf $(abspath $(DIST))/velkor-$(VERSION)-$*.tar.gz) velkor-$(VERSION)-$*

@@ -24,7 +24,7 @@ class State:
     probabilities: list = field(default_factory=lambda: [0.5] * genes.BITS)
 
     @classmethod
-    def leaning_to(cls, text: str, lean: float = 0.25):
+    def leaning_to(cls, text: str, lean: float):
         """Starts leaning towards a string: each bit lean away from 0.5 its way."""
         return cls([0.5 + lean if c == "1" else 0.5 - lean for c in text])
 

@@ -13,14 +13,21 @@ def elo(score: float) -> float:
     return 400.0 * math.log10(score / (1.0 - score))
 
 
-def summary(penta) -> dict:
-    """Score, Elo with its 95 % interval, and LOS, from the pair counts."""
+def moments(penta) -> tuple[int, float, float]:
+    """Pairs, and the mean and variance of a pair's score as a fraction of its two points."""
     pairs = sum(penta)
     if pairs == 0:
-        raise ValueError("no pairs")
-    values = [k / 4 for k in range(5)]  # pair score as a fraction of its two points
+        return 0, 0.5, 0.0
+    values = [k / 4 for k in range(5)]
     mean = sum(n * v for n, v in zip(penta, values)) / pairs
-    variance = sum(n * (v - mean) ** 2 for n, v in zip(penta, values)) / pairs
+    return pairs, mean, sum(n * (v - mean) ** 2 for n, v in zip(penta, values)) / pairs
+
+
+def summary(penta) -> dict:
+    """Score, Elo with its 95 % interval, and LOS, from the pair counts."""
+    pairs, mean, variance = moments(penta)
+    if pairs == 0:
+        raise ValueError("no pairs")
     se = math.sqrt(variance / pairs)
     clamp = lambda s: min(max(s, 1e-6), 1 - 1e-6)
     low, high = elo(clamp(mean - Z95 * se)), elo(clamp(mean + Z95 * se))
@@ -32,12 +39,8 @@ def summary(penta) -> dict:
 
 def score_error(penta) -> float:
     """Standard error of the score from pair counts (0 with fewer than two pairs)."""
-    pairs = sum(penta)
-    if pairs < 2:
-        return 0.0
-    values = [k / 4 for k in range(5)]
-    mean = sum(n * v for n, v in zip(penta, values)) / pairs
-    return math.sqrt(sum(n * (v - mean) ** 2 for n, v in zip(penta, values)) / pairs / pairs)
+    pairs, _, variance = moments(penta)
+    return math.sqrt(variance / pairs) if pairs >= 2 else 0.0
 
 
 # Normalized Elo: the score's distance from 0.5 in standard deviations of a
@@ -55,12 +58,10 @@ def sprt(penta, elo0: float, elo1: float, alpha: float = 0.05, beta: float = 0.0
     deviations of a pair: nElo / NELO_SCALE * sqrt(2).
     """
     lower, upper = math.log(beta / (1 - alpha)), math.log((1 - beta) / alpha)
-    pairs = sum(penta)
-    values = [k / 4 for k in range(5)]
+    pairs, mean, variance = moments(penta)
+    sd = math.sqrt(variance)
     llr = 0.0
     if pairs >= 2:
-        mean = sum(n * v for n, v in zip(penta, values)) / pairs
-        sd = math.sqrt(sum(n * (v - mean) ** 2 for n, v in zip(penta, values)) / pairs)
         if sd > 0:
             t0, t1 = (e / NELO_SCALE * math.sqrt(2) for e in (elo0, elo1))
             llr = pairs * (t1 - t0) * ((mean - 0.5) / sd - (t0 + t1) / 2)

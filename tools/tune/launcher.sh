@@ -1,0 +1,17 @@
+#!/usr/bin/env bash
+# Writes the one-line launcher of the tuned engine beside a release binary:
+# velkor-tuned (Linux) or velkor-tuned.bat (Windows) starts the engine in the
+# same folder with the string of tools/tune/tuned.txt, so that a GUI installs
+# the tuned engine as it installs any other.
+# Usage: tools/tune/launcher.sh linux|windows FOLDER
+set -euo pipefail
+tuned=$(dirname "$0")/tuned.txt
+genes=$(head -n 1 "$tuned")
+[[ $genes =~ ^[01]{84}$ ]] || { echo "launcher: $tuned: the first line is not an 84-character string" >&2; exit 1; }
+case "$1" in
+    linux)
+        printf '#!/bin/sh\nexec "$(dirname "$0")/velkor" -pbil=%s "$@"\n' "$genes" >"$2/velkor-tuned"
+        chmod +x "$2/velkor-tuned" ;;
+    windows) printf '@"%%~dp0velkor.exe" -pbil=%s %%*\r\n' "$genes" >"$2/velkor-tuned.bat" ;;
+    *) echo "usage: tools/tune/launcher.sh linux|windows FOLDER" >&2; exit 2 ;;
+esac
