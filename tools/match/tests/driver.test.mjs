@@ -1,0 +1,83 @@
+// The driver as a whole (match.mjs, its worker, the pv checker) with the
+// fake engine as the tested side against Velkor; its options and openings.
+import { test } from 'node:test';
+import assert from 'node:assert/strict';
+import { spawnSync } from 'node:child_process';
+import { mkdtempSync, readFileSync, rmSync } from 'node:fs';
+import { tmpdir } from 'node:os';
+import { join } from 'node:path';
+import { fileURLToPath } from 'node:url';
+import { parseOptions, pairOpening, UsageError } from '../match.mjs';
+import { Chess, playUci, gameOverByRules } from '../lib/referee.mjs';
+
+const path = (rel) => fileURLToPath(new URL(rel, import.meta.url));
+const GENES = 'a'.repeat(84);
+const VELKOR = path('../../../build/release/velkor');
+
+test('the driver counts the illegal pvs of the tested side, both games of a pair on one opening', (t) => {
+  const dir = mkdtempSync(join(tmpdir(), 'velkor-test-'));
+  t.after(() => rmSync(dir, { recursive: true }));
+  const run = spawnSync(process.execPath, [path('../match.mjs'), '--engine', path('fixtures/fake-uci.mjs'),
+    '--opponents', `base=${VELKOR}`, '--games', '2', '--depth', '1', '--max-plies', '5',
+    '--openings', path('fixtures/openings.txt'), '--seed', '7', '--random-plies', '2', '--no-compliance',
+    '--pgn', join(dir, 'games.pgn'), '--json', join(dir, 'result.json')],
+  { encoding: 'utf8', env: { ...process.env, FAKE_UCI: 'badpv' } });
+  assert.equal(run.status, 1, run.stderr);
+  assert.match(run.stdout, /\n0 passed, 2 failed\n$/);
+  const json = JSON.parse(readFileSync(join(dir, 'result.json'), 'utf8'));
+  const none = { crash: 0, stall: 0, illegal: 0, illegalPv: 0, timeForfeit: 0 };
+  assert.deepEqual(json.failures, { velkor: { ...none, illegalPv: 2 }, opponents: none, driver: 0 });
+  assert.deepEqual(json.results.map((g) => [g.game, g.pair, g.opening, g.white, g.result, g.ending, g.plies]),
+    [[1, 0, 'e4 +2', 'Velkor', '1/2-1/2', 'move cap', 5], [2, 0, 'e4 +2', 'base', '1/2-1/2', 'move cap', 5]]);
+  // The fake searches at ply 4 as White, at ply 3 as Black; its pv plays its move twice.
+  const details = json.results.map((g) => g.failures.map((f) => `${f.kind} ${f.detail}`));
+  assert.match(details[0].join('|'), /^illegalPv ply 4: move 2 "(\w{4})" in "info depth 1 score cp \d+ pv \1 \1"$/);
+  assert.match(details[1].join('|'), /^illegalPv ply 3: move 2 "(\w{4})" in "info depth 1 score cp \d+ pv \1 \1"$/);
+  for (const text of readFileSync(join(dir, 'games.pgn'), 'utf8').split(/\n\n(?=\[Event )/)) {
+    const chess = new Chess();
+    chess.loadPgn(text);
+    const history = chess.history({ verbose: true });
+    assert.deepEqual(history.slice(0, 3).map((m) => m.lan), ['e2e4', 'h7h5', 'a2a4']);
+    assert.deepEqual(chess.getComments()[0], { fen: history[2].after, comment: 'opening: e4 +2; go depth 1' });
+  }
+});
+
+test('parseOptions refuses bad input with a UsageError', () => {
+  for (const [argv, message] of [
+    [['--bogus'], /^Unknown option '--bogus'/],
+    [['stray'], /^Unexpected argument 'stray'/],
+    [['--tc'], /^Option '--tc <value>' argument missing/],
+    [['--tc', '2+'], /^bad --tc "2\+"$/],
+    [['--tc', '40/1:30'], /^bad --tc "40\/1:30"$/],
+    [['--pbil', GENES.slice(1)], /^a gene string has 84 characters, got 83$/],
+    [['--games', 'ten'], /^--games needs a number$/],
+    [['--option', 'Hash'], /^--option needs NAME=VALUE$/],
+  ]) {
+    assert.throws(() => parseOptions(argv), (e) => e instanceof UsageError && message.test(e.message), argv.join(' '));
+  }
+});
+
+test('parseOptions reads time controls, genes, options and defaults', () => {
+  const o = parseOptions(['--tc', '40/10+0.1', '--pbil', GENES, '--games', '4', '--option', 'Hash=16', '--option', 'A=b=c', '--pv-sample', '0', '--serve']);
+  assert.deepEqual(o.tcParsed, { moves: 40, baseMs: 10000, incMs: 100, pgn: '40/10+0.1' });
+  assert.deepEqual([o.pbil, o.games, o.options, o.pvSample, o.serve, o.randomPlies, o.maxPlies, o.stallMargin],
+    [GENES, 4, [['Hash', '16'], ['A', 'b=c']], 0, true, 0, 300, 10]);
+  assert.deepEqual(parseOptions(['--tc', '2']).tcParsed, { moves: 0, baseMs: 2000, incMs: 0, pgn: '2' });
+});
+
+test('pairOpening: seeded legal plies after the line, none that would end the game', () => {
+  const ruy = { name: 'Ruy Lopez', fen: null, moves: ['e2e4', 'e7e5', 'g1f3', 'b8c6', 'f1b5'] };
+  assert.equal(pairOpening(ruy, 0, 1, 3), ruy);
+  const a = pairOpening(ruy, 6, 1, 3);
+  // Pinned: a tuning run that is resumed plays its pairs on the same openings again.
+  assert.deepEqual(a, { ...ruy, name: 'Ruy Lopez +6', moves: [...ruy.moves, 'a7a6', 'h1g1', 'f7f5', 'a2a3', 'g8e7', 'b5a6'] });
+  assert.deepEqual(pairOpening(ruy, 6, 1, 3), a);
+  assert.notDeepEqual(pairOpening(ruy, 6, 1, 4).moves, a.moves);
+  assert.notDeepEqual(pairOpening(ruy, 6, 2, 3).moves, a.moves);
+  const chess = new Chess();
+  assert.ok(a.moves.every((mv) => playUci(chess, mv)));
+  assert.equal(gameOverByRules(chess), null);
+  // White's only move takes the last black piece: no random ply at all.
+  const bare = { name: 'bare', fen: '8/8/8/8/8/4k3/6r1/7K w - - 0 1', moves: [] };
+  assert.deepEqual(pairOpening(bare, 4, 1, 0), { ...bare, name: 'bare +0' });
+});
