@@ -148,6 +148,24 @@ def stop(signum, frame):
     raise KeyboardInterrupt
 
 
+def check_driver(args) -> None:
+    """Node and chess.js, which the match driver and positions.mjs need on this
+    machine: for games played here (a cluster's workers have their own) and for
+    positions read from games. Missing, the command ends with what to run
+    rather than with Node's stack trace from the middle of a run."""
+    here = args.command in ("run", "resume", "verify", "spsa", "positions") and not getattr(args, "scheduler", None)
+    if not (here or args.command in ("positions", "texel")):
+        return
+    from shutil import which
+    if which("node") is None:
+        missing = "node is not on the PATH"
+    elif not (REPO / "tools" / "match" / "node_modules" / "chess.js").is_dir():
+        missing = "chess.js is not installed for the match driver"
+    else:
+        return
+    raise ValueError(f"{missing}: run bash tools/match/setup.sh --no-opponents (make tune runs it)")
+
+
 def main(argv=None) -> int:
     args = parser().parse_args(argv)
     # Ctrl-C and a plain kill both end a run cleanly, whatever the shell that
@@ -155,6 +173,7 @@ def main(argv=None) -> int:
     signal.signal(signal.SIGINT, stop)
     signal.signal(signal.SIGTERM, stop)
     try:
+        check_driver(args)
         if args.command == "report":
             from .runfolder import load_state
             report.plot(args.out, load_state(args.out))
