@@ -5,26 +5,29 @@
 
 #include <array>
 #include <cstdint>
+#include <string>
 
 #include "engine/position.h"
 
 namespace velkor {
 
+// The genes in the order of a -pbil= string, each with the name the tools
+// and the README give it (the tuner reads names, order and defaults here).
 enum : int {
-    GENE_MOBILITY,
-    GENE_PAWN_CHAIN,
-    GENE_HANGING,
-    GENE_DIAGONAL_GUARD,
-    GENE_STRAIGHT_GUARD,
-    GENE_BISHOP_PAIR,
-    GENE_KING_SHELTER,
-    GENE_KING_DANGER,
-    GENE_PINNED,
-    GENE_DOUBLED,
-    GENE_ISOLATED,
-    GENE_PASSED_GUARDED,
-    GENE_ROOK_FAR_RANKS,
-    GENE_ROOK_OPEN_FILE,
+    GENE_MOBILITY,        // mobility
+    GENE_PAWN_CHAIN,      // pawn chain
+    GENE_HANGING,         // hanging divisor
+    GENE_DIAGONAL_GUARD,  // diagonal guard
+    GENE_STRAIGHT_GUARD,  // straight guard
+    GENE_BISHOP_PAIR,     // bishop pair
+    GENE_KING_SHELTER,    // king shelter
+    GENE_KING_DANGER,     // king danger
+    GENE_PINNED,          // pinned divisor
+    GENE_DOUBLED,         // doubled
+    GENE_ISOLATED,        // isolated
+    GENE_PASSED_GUARDED,  // guarded-passer divisor
+    GENE_ROOK_FAR_RANKS,  // rook on the far ranks
+    GENE_ROOK_OPEN_FILE,  // rook on an open file
     GENE_NUMBER
 };
 inline constexpr int GENE_SIZE = 6;  // bits per gene in a -pbil= string
@@ -36,6 +39,9 @@ extern std::array<int32_t, GENE_NUMBER> genes;
 // Gray-coded 6-bit number each, '1' a one bit and anything else a zero. A
 // string of another length keeps the defaults and says so.
 void load_genes(const char* text);
+
+// The string that load_genes reads as the present genes.
+std::string gene_string();
 
 inline constexpr int32_t WIN_BONUS = 10000;
 

@@ -25,4 +25,13 @@ void load_genes(const char* text) {
     }
 }
 
+std::string gene_string() {
+    std::string text;
+    for (int k = 0; k < GENE_NUMBER; ++k) {
+        const int32_t code = genes[k] ^ (genes[k] >> 1);
+        for (int bit = GENE_SIZE - 1; bit >= 0; --bit) text += (code >> bit & 1) ? '1' : '0';
+    }
+    return text;
+}
+
 }  // namespace velkor

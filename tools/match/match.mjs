@@ -7,7 +7,7 @@
 // (the line a JSON array of the same options), keeping its worker threads and
 // their engines between matches; it ends when its input ends.
 
-import { mkdirSync, writeFileSync, appendFileSync, accessSync, constants as fsc } from 'node:fs';
+import { mkdirSync, readFileSync, writeFileSync, appendFileSync, accessSync, constants as fsc } from 'node:fs';
 import { dirname, join, resolve } from 'node:path';
 import { fileURLToPath } from 'node:url';
 import { hostname } from 'node:os';
@@ -85,8 +85,12 @@ const NUMBERS = {
 
 export class UsageError extends Error {}
 
-// A -pbil= string as the engine reads it: 84 characters, six a weight.
-const GENE_CHARS = 84;
+// A -pbil= string as the engine reads it: GENE_SIZE characters a gene, its
+// genes those of the evaluation header's enum (84 characters).
+const GENE_CHARS = (() => {
+  const header = readFileSync(join(REPO, 'src', 'evaluation', 'evaluation.h'), 'utf8');
+  return Number(/GENE_SIZE = (\d+);/.exec(header)[1]) * header.match(/^\s*GENE_[A-Z_]+,\s*\/\//gm).length;
+})();
 function genes(text) {
   if (text.length !== GENE_CHARS) throw new UsageError(`a gene string has ${GENE_CHARS} characters, got ${text.length}`);
   return text;

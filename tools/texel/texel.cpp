@@ -94,15 +94,6 @@ bool read_samples(const char* path, double lambda) {
     return !fitted.empty() && !held_out.empty();
 }
 
-std::string gene_string() {
-    std::string text;
-    for (int k = 0; k < GENE_NUMBER; ++k) {
-        const int code = genes[k] ^ (genes[k] >> 1);
-        for (int bit = GENE_SIZE - 1; bit >= 0; --bit) text += (code >> bit & 1) ? '1' : '0';
-    }
-    return text;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {

@@ -33,6 +33,13 @@ def test_strings_read_as_the_engine_reads_them():
     assert engine_genes(genes.DEFAULT_STRING) == list(genes.DEFAULTS)
 
 
+def test_the_readme_names_the_genes_in_order():
+    readme = " ".join((ROOT / "README.md").read_text().split())
+    assert "in the order " + ", ".join(genes.GENE_NAMES) + "." in readme
+    with pytest.raises(ValueError, match="13 named genes, 14 defaults"):
+        genes.read_header(genes.HEADER.read_text().replace("// king danger", ""))
+
+
 def test_gray_coding():
     assert genes.decode("000111" + "101011" + "0" * 72)[:2] == [5, 50]
     assert genes.decode("1" * 84) == [42] * 14

@@ -1,4 +1,4 @@
-"""velkor-tune: run, resume, verify, report."""
+"""velkor-tune: positions, label, fit, spsa, run, resume, verify, report, texel."""
 import argparse
 import datetime
 import pathlib
@@ -49,7 +49,7 @@ def add_where(p, limit_default_tc=None):
 
 
 def parser() -> argparse.ArgumentParser:
-    top = argparse.ArgumentParser(prog="velkor-tune", description="Tunes Velkor's 14 weights by PBIL over real games.")
+    top = argparse.ArgumentParser(prog="velkor-tune", description="Tunes Velkor's 14 weights: a fit to labelled positions, SPSA or PBIL over real games, and the match that verifies a string.")
     sub = top.add_subparsers(dest="command", required=True)
     run = sub.add_parser("run", help="a PBIL run into the folder OUT")
     run.add_argument("out", type=pathlib.Path)

@@ -2,18 +2,28 @@
 
 Each weight takes six characters, first character the highest bit, read as a
 Gray code: neighbouring values differ in one character. "1" is a one bit,
-anything else a zero.
+anything else a zero. The names, their order, the size and the defaults are
+the engine's own, read from its evaluation header.
 """
+import pathlib
+import re
 
-GENE_SIZE = 6
-GENE_NAMES = (
-    "mobility", "pawn chain", "hanging divisor", "diagonal guard", "straight guard",
-    "bishop pair", "king shelter", "king danger", "pinned divisor", "doubled",
-    "isolated", "guarded-passer divisor", "rook on the far ranks", "rook on an open file",
-)
+HEADER = pathlib.Path(__file__).resolve().parents[3] / "src" / "evaluation" / "evaluation.h"
+
+
+def read_header(text: str) -> tuple[int, tuple[str, ...], tuple[int, ...]]:
+    """GENE_SIZE, the genes' names (from the enum's comments) and DEFAULT_GENES."""
+    size = int(re.search(r"GENE_SIZE = (\d+);", text).group(1))
+    names = tuple(re.findall(r"^\s*GENE_[A-Z_]+,\s*// (.+)$", text, re.M))
+    defaults = tuple(int(v) for v in re.search(r"DEFAULT_GENES = \{([^}]*)\}", text).group(1).split(","))
+    if len(names) != len(defaults):
+        raise ValueError(f"{HEADER}: {len(names)} named genes, {len(defaults)} defaults")
+    return size, names, defaults
+
+
+GENE_SIZE, GENE_NAMES, DEFAULTS = read_header(HEADER.read_text())
 GENE_NUMBER = len(GENE_NAMES)
 BITS = GENE_SIZE * GENE_NUMBER
-DEFAULTS = (5, 2, 10, 5, 5, 15, 1, 10, 10, 5, 10, 2, 50, 25)
 
 
 def gray_encode(value: int) -> int:
