@@ -14,29 +14,39 @@ namespace {
 char fen_text[INPUT_SIZE];
 char moves_text[INPUT_SIZE];
 
-bool line_is(const char* word) { return strcmp(input_line, word) == 0; }
-bool line_has(const char* text) { return strstr(input_line, text) != nullptr; }
+// The handlers of the command table; each returns false when the loop is to end.
 
-void handshake() {
+// A stop that arrives here finds its search already ended.
+bool stop() { return true; }
+
+bool handshake() {
     printf("id name %s\n", ENGINE_NAME);
     printf("id author Treske\n");
     printf("option name Hash type spin default %i min %i max %i\n", TT_DEFAULT_MB, TT_MIN_MB, TT_MAX_MB);
     printf("option name OwnBook type check default false\n");
     printf("uciok\n");
-}
-
-void new_game() {
-    set_startpos();
-    reset_search();
-    tt_clear();
+    return true;
 }
 
 // Only Hash is honoured; any other line is dropped without a word.
-void setoption() {
+bool setoption() {
     constexpr const char* HASH = "setoption name Hash value";
     int megabytes = 0;
     if (strncmp(input_line, HASH, strlen(HASH)) == 0 && scan_int(input_line + strlen(HASH), &megabytes))
         tt_resize(megabytes);
+    return true;
+}
+
+bool isready() {
+    printf("readyok\n");
+    return true;
+}
+
+bool new_game() {
+    set_startpos();
+    reset_search();
+    tt_clear();
+    return true;
 }
 
 // The moves step of both position forms: whatever follows "moves " is played.
@@ -47,77 +57,91 @@ void position_moves() {
     apply_moves(moves_text);
 }
 
+bool position_startpos() {
+    set_startpos();
+    position_moves();
+    return true;
+}
+
 // A bad FEN leaves the previous position, stack and all, untouched.
-void position_fen() {
+bool position_fen() {
     snprintf(fen_text, sizeof fen_text, "%s", strstr(input_line, "position fen ") + 13);
     if (const char* reason = fen_error(fen_text)) {
         printf("info string Invalid FEN: %s\n", reason);
-        return;
+        return true;
     }
     set_fen(fen_text);
     position_moves();
+    return true;
 }
 
-void perft_command() {
+// A search and a perft leave the search memories cleared behind them.
+bool go() {
+    go_command();
+    reset_search();
+    return true;
+}
+
+bool perft_line() {
     int depth = 1;
     if (strncmp(input_line, "perft", 5) == 0) scan_int(input_line + 5, &depth);
-    if (depth < 1 || depth > MAX_DEPTH) {
+    if (depth < 1 || depth > MAX_DEPTH)
         printf("info string perft depth must be 1 to %i\n", MAX_DEPTH);
-        return;
-    }
-    perft(depth);
+    else
+        perft(depth);
+    reset_search();
+    return true;
 }
 
-// The command loop's dispatch. The first test that holds takes the line;
-// "whole" means the whole line equals the text, "anywhere" that the text
-// occurs at any place in it. All tests are case-sensitive.
-//
-//   order  text                 match     action
-//   1      "stop"               whole     nothing (a search has already ended)
-//   2      "uci"                whole     handshake
-//   3      "setoption"          anywhere  Hash: a new table of that size
-//   4      "isready"            whole     "readyok"
-//   5      "ucinewgame"         whole     start position, search reset, table wiped
-//   6      "position startpos"  anywhere  start position, then the moves step
-//   7      "position fen "      anywhere  load the FEN, then the moves step
-//   8      "go"                 anywhere  search, then search reset
-//   9      "perft"              anywhere  perft, then search reset
-//   10     "debug"              whole     board, static score and legal moves
-//   11     "bench"              whole     four fixed searches, nodes and speed
-//   12     "quit"               whole     free the table, end with status 0
-//   13     anything else                 "Unknown command : '<line>'"
-//
+bool debug() {
+    debug_command();
+    return true;
+}
+
+bool bench() {
+    bench_command();
+    return true;
+}
+
+bool quit() { return false; }
+
+// Where a command's text must stand: the line is the text itself, or holds
+// it anywhere. Both are case-sensitive.
+enum place_t { WHOLE_LINE, ANYWHERE };
+
+struct command_t {
+    const char* text;
+    place_t place;
+    bool (*run)();
+};
+
+// The first row that fits takes the line, so a row must come before any
+// row whose text its lines could also hold.
+constexpr command_t COMMANDS[] = {
+    {"stop", WHOLE_LINE, stop},
+    {"uci", WHOLE_LINE, handshake},
+    {"setoption", ANYWHERE, setoption},
+    {"isready", WHOLE_LINE, isready},
+    {"ucinewgame", WHOLE_LINE, new_game},
+    {"position startpos", ANYWHERE, position_startpos},
+    {"position fen ", ANYWHERE, position_fen},
+    {"go", ANYWHERE, go},
+    {"perft", ANYWHERE, perft_line},
+    {"debug", WHOLE_LINE, debug},
+    {"bench", WHOLE_LINE, bench},
+    {"quit", WHOLE_LINE, quit},
+};
+
+bool fits(const command_t& command) {
+    return command.place == WHOLE_LINE ? strcmp(input_line, command.text) == 0
+                                       : strstr(input_line, command.text) != nullptr;
+}
+
 // Returns false when the loop is to end.
 bool dispatch() {
-    if (line_is("stop")) {
-    } else if (line_is("uci")) {
-        handshake();
-    } else if (line_has("setoption")) {
-        setoption();
-    } else if (line_is("isready")) {
-        printf("readyok\n");
-    } else if (line_is("ucinewgame")) {
-        new_game();
-    } else if (line_has("position startpos")) {
-        set_startpos();
-        position_moves();
-    } else if (line_has("position fen ")) {
-        position_fen();
-    } else if (line_has("go")) {
-        go_command();
-        reset_search();
-    } else if (line_has("perft")) {
-        perft_command();
-        reset_search();
-    } else if (line_is("debug")) {
-        debug_command();
-    } else if (line_is("bench")) {
-        bench_command();
-    } else if (line_is("quit")) {
-        return false;
-    } else {
-        printf("Unknown command : '%s'\n", input_line);
-    }
+    for (const command_t& command : COMMANDS)
+        if (fits(command)) return command.run();
+    printf("Unknown command : '%s'\n", input_line);
     return true;
 }
 
