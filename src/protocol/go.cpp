@@ -1,4 +1,3 @@
-#include <cstdio>
 #include <cstring>
 
 #include "engine/engine.h"
@@ -62,16 +61,6 @@ void go_limits() {
 void go_command() {
     go_limits();
     run_search();
-}
-
-void run_search() {
-    search_info.start_clock = clock_us();
-    if (is_draw()) {
-        printf("info string Game over (draw) !\n");
-        printf("bestmove 0000\n");
-        return;
-    }
-    think();
 }
 
 }  // namespace velkor

@@ -25,9 +25,6 @@ void go_command();
 // The limits of the go line in input_line, for the side to move.
 void go_limits();
 
-// The draw test, then the search with the limits already set.
-void run_search();
-
 // Start-up: banner, weights, attack tables, hash table, start position.
 // Returns false when the engine cannot run.
 bool start_engine(int argc, char** argv);

@@ -78,4 +78,7 @@ void report_pv(int32_t score, int bound, move_t move);
 // Iterative deepening from the current position, to the closing lines and bestmove.
 void think();
 
+// The draw test, then the search with the limits already set.
+void run_search();
+
 }  // namespace velkor

@@ -62,4 +62,14 @@ void think() {
     printf("\n");
 }
 
+void run_search() {
+    search_info.start_clock = clock_us();
+    if (is_draw()) {
+        printf("info string Game over (draw) !\n");
+        printf("bestmove 0000\n");
+        return;
+    }
+    think();
+}
+
 }  // namespace velkor

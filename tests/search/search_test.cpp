@@ -4,7 +4,6 @@
 #include <string>
 
 #include "engine/engine.h"
-#include "protocol/protocol.h"
 #include "search/search.h"
 #include "support/support.h"
 
@@ -34,13 +33,6 @@ TEST(Search, ReferenceData) {
                 EXPECT_EQ(std::to_string(search_info.score), text) << at;
             } else if (op == "best") {
                 EXPECT_EQ(bestmove, "bestmove " + text + "\n") << at;
-            } else if (op == "limits") {
-                snprintf(input_line, sizeof input_line, "%s", r[i].substr(7, r[i].find(" = ") - 7).c_str());
-                go_limits();
-                std::ostringstream got;
-                got << limits.mode << ' ' << limits.depth << ' ' << limits.total_time << ' ' << limits.move_time;
-                limits = limits_t{};
-                EXPECT_EQ(got.str(), r[i].substr(r[i].find(" = ") + 3)) << at;
             } else if (op == "see") {
                 update_checks();
                 update_attacks();
