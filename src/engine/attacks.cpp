@@ -9,9 +9,7 @@ namespace {
 // Attacks of one side under the present occupancy; pawns go by two shifts of the whole set.
 void side_attacks(side_t& side) {
     const bitboard occupied = board.occupied;
-    const bitboard p = side.pieces[PAWN];
-    side.attacks[PAWN] = side.is_white ? ((p << 7) & NOT_H_FILE) | ((p << 9) & NOT_A_FILE)
-                                       : ((p >> 9) & NOT_H_FILE) | ((p >> 7) & NOT_A_FILE);
+    side.attacks[PAWN] = pawn_attack_set(side.pieces[PAWN], side.is_white);
     bitboard a = 0;
     for (bitboard b = side.pieces[KNIGHT]; b;) {
         const int s = pop_square(b);

@@ -95,6 +95,16 @@ constexpr bitboard fill_down(bitboard b) {
 }
 constexpr bitboard fill_files(bitboard b) { return fill_up(fill_down(b)); }
 
+// A set moved one rank back against the way the pawns of a colour go; what
+// leaves the board is lost.
+constexpr bitboard pawn_backward(bitboard b, bool white) { return white ? b >> 8 : b << 8; }
+
+// The squares the pawns of a colour on the set attack.
+constexpr bitboard pawn_attack_set(bitboard pawns, bool white) {
+    return white ? ((pawns << 7) & NOT_H_FILE) | ((pawns << 9) & NOT_A_FILE)
+                 : ((pawns >> 9) & NOT_H_FILE) | ((pawns >> 7) & NOT_A_FILE);
+}
+
 // The squares of a rank, 0 (the first) to 7.
 constexpr bitboard rank_mask(int rank) { return 0xFFULL << (8 * rank); }
 

@@ -26,7 +26,7 @@ void make_move(move_t word) {
             n.en_passant = square_bit((from + to) / 2);
             key ^= en_passant_key(n.en_passant);
         }
-        if (to_bit & s.en_passant) s.target = side.is_white ? to_bit >> 8 : to_bit << 8;
+        if (to_bit & s.en_passant) s.target = pawn_backward(to_bit, side.is_white);
         count = 0;
     } else if (p == KING && (to == from + 2 || to == from - 2)) {
         const int rook_from = to == from + 2 ? from + 3 : from - 4, rook_to = (from + to) / 2;
@@ -50,7 +50,7 @@ void make_move(move_t word) {
         side.pieces[PAWN] ^= s.target;
         side.pieces[promotion] ^= s.target;
         side.piece_material += piece_value[promotion];
-        side.material += piece_value[promotion] - 100;
+        side.material += piece_value[promotion] - piece_value[PAWN];
         key ^= piece_key(side, PAWN, to) ^ piece_key(side, promotion, to);
     }
 
@@ -100,7 +100,7 @@ void unmake_move(move_t word) {
         side.pieces[PAWN] ^= s.target;
         side.pieces[promotion] ^= s.target;
         side.piece_material -= piece_value[promotion];
-        side.material += 100 - piece_value[promotion];
+        side.material += piece_value[PAWN] - piece_value[promotion];
     }
     board.occupied = black.pieces[0] | white.pieces[0];
     board.states[old].en_passant = 0;

@@ -154,11 +154,11 @@ void pawn_moves(gen_t<Count>& g, bitboard target) {
     const bool white_side = side.is_white;
     const bitboard empty = ~g.occupied;
     const bitboard push_to = target & empty, capture_to = target & g.occupied;
-    const bitboard movers =
-        white_side ? push_to >> 8 | ((push_to >> 16) & (empty >> 8) & RANK_2) |
-                         ((capture_to >> 9) & NOT_H_FILE) | ((capture_to >> 7) & NOT_A_FILE)
-                   : push_to << 8 | ((push_to << 16) & (empty << 8) & RANK_7) |
-                         ((capture_to << 7) & NOT_H_FILE) | ((capture_to << 9) & NOT_A_FILE);
+    // The pawns that can capture onto a square stand where a pawn of the
+    // other colour on it would attack.
+    const bitboard one_back = pawn_backward(push_to, white_side);
+    const bitboard movers = one_back | (pawn_backward(one_back & empty, white_side) & (white_side ? RANK_2 : RANK_7)) |
+                            pawn_attack_set(capture_to, !white_side);
     for (bitboard pawns = side.pieces[PAWN] & ~(white_side ? RANK_7 : RANK_2) & movers; pawns;) {
         const int from = pop_square(pawns);
         const int one = white_side ? from + 8 : from - 8;

@@ -9,8 +9,10 @@ namespace {
 
 constexpr const char* FILES = "abcdefgh";
 constexpr const char* RANKS = "12345678";
-constexpr const char* PROMOTION_LETTERS = "??nbrq?";
-constexpr const char* PIECE_LETTERS = "?PNBRQK";
+// Coordinates write a promotion in lower case, the display form names
+// pieces in upper case.
+constexpr const char* PROMOTION_LETTERS = PIECE_LETTERS[0];
+constexpr const char* DISPLAY_LETTERS = PIECE_LETTERS[1];
 
 // The word a coordinate token names, built from the board, or 0 when the
 // token is malformed or its from-square is empty.
@@ -31,8 +33,8 @@ move_t word_from_text(const char* token) {
     int promotion = 0;
     if (len == 5) {
         const char* p = strchr(PROMOTION_LETTERS, token[4]);
-        if (p == nullptr || *p == '?') return 0;
-        promotion = int(p - PROMOTION_LETTERS);
+        promotion = p ? int(p - PROMOTION_LETTERS) : NO_PIECE;
+        if (promotion < KNIGHT || promotion > QUEEN) return 0;
     }
     return make_word(from, to, moved, captured, promotion);
 }
@@ -77,18 +79,18 @@ int print_move(move_t move) {
     char text[16];
     int n = 0;
     const int from = move_from(move), to = move_to(move);
-    if (move_moved(move) != PAWN) text[n++] = PIECE_LETTERS[move_moved(move)];
+    if (move_moved(move) != PAWN) text[n++] = DISPLAY_LETTERS[move_moved(move)];
     text[n++] = FILES[file_of(from)];
     text[n++] = RANKS[rank_of(from)];
     if (const int captured = move_captured(move)) {
         text[n++] = 'x';
-        if (captured != PAWN) text[n++] = PIECE_LETTERS[captured];
+        if (captured != PAWN) text[n++] = DISPLAY_LETTERS[captured];
     }
     text[n++] = FILES[file_of(to)];
     text[n++] = RANKS[rank_of(to)];
     if (const int promotion = move_promotion(move)) {
         text[n++] = '=';
-        text[n++] = PIECE_LETTERS[promotion];
+        text[n++] = DISPLAY_LETTERS[promotion];
     }
     if (move & MOVE_CHECK) text[n++] = '+';
     if (move & MOVE_DISCOVERED) text[n++] = '+';
@@ -111,7 +113,7 @@ int write_fen(char* out) {
             if (empty) out[n++] = char('0' + empty);
             empty = 0;
             const bool is_white = white.pieces[0] & square_bit(square);
-            out[n++] = (is_white ? ".PNBRQK" : ".pnbrqk")[piece];
+            out[n++] = PIECE_LETTERS[is_white][piece];
         }
         if (empty) out[n++] = char('0' + empty);
         if (rank) out[n++] = '/';
@@ -121,10 +123,8 @@ int write_fen(char* out) {
     out[n++] = board.turn->is_white ? 'w' : 'b';
     out[n++] = ' ';
     const int rights_start = n;
-    if ((s.castling & CASTLE_WHITE_SHORT) == CASTLE_WHITE_SHORT) out[n++] = 'K';
-    if ((s.castling & CASTLE_WHITE_LONG) == CASTLE_WHITE_LONG) out[n++] = 'Q';
-    if ((s.castling & CASTLE_BLACK_SHORT) == CASTLE_BLACK_SHORT) out[n++] = 'k';
-    if ((s.castling & CASTLE_BLACK_LONG) == CASTLE_BLACK_LONG) out[n++] = 'q';
+    for (const castling_right_t& r : CASTLING_RIGHTS)
+        if ((s.castling & r.squares) == r.squares) out[n++] = r.letter;
     if (n == rights_start) out[n++] = '-';
     out[n++] = ' ';
     if (s.en_passant) {
@@ -157,7 +157,7 @@ void print_board() {
             const char shade = (rank + file) % 2 == 1 ? char(0xB0) : ' ';
             const int piece = piece_on(square_bit(square));
             char letter = shade;
-            if (piece != NO_PIECE) letter = (white.pieces[0] & square_bit(square) ? ".PNBRQK" : ".pnbrqk")[piece];
+            if (piece != NO_PIECE) letter = PIECE_LETTERS[(white.pieces[0] & square_bit(square)) != 0][piece];
             putchar(shade);
             putchar(letter);
             putchar(shade);

@@ -14,18 +14,17 @@ board_t board;
 namespace {
 
 // The six fields of a FEN text, as split from it.
+constexpr size_t FEN_FIELD_SIZE = 8192;
 struct fen_t {
-    char placement[8192];
-    char side[8192];
-    char castling[8192];
-    char en_passant[8192];
-    char halfmove[8192];
-    char fullmove[8192];
+    char placement[FEN_FIELD_SIZE];
+    char side[FEN_FIELD_SIZE];
+    char castling[FEN_FIELD_SIZE];
+    char en_passant[FEN_FIELD_SIZE];
+    char halfmove[FEN_FIELD_SIZE];
+    char fullmove[FEN_FIELD_SIZE];
 };
 
 fen_t fen;
-
-constexpr const char* piece_letters[2] = {"pnbrqk", "PNBRQK"};  // black, white
 
 // Cuts the text at blanks into at most six fields and returns how many were
 // found. Four fields leave the counters at "0" and "1".
@@ -37,7 +36,7 @@ int split_fen(const char* text, fen_t& out) {
         while (*p == ' ') ++p;
         if (*p == '\0') break;
         size_t len = strcspn(p, " ");
-        if (len > 8191) len = 8191;  // the command line is shorter than this anyway
+        if (len > FEN_FIELD_SIZE - 1) len = FEN_FIELD_SIZE - 1;  // the command line is shorter than this anyway
         memcpy(fields[section], p, len);
         fields[section][len] = '\0';
         p += len;
@@ -71,15 +70,15 @@ const char* place_pieces(const char* placement, side_t& w, side_t& b) {
             file += *c - '0';
             fits = file <= 8;
         } else {
-            const char* black_hit = strchr(piece_letters[0], *c);
-            const char* white_hit = strchr(piece_letters[1], *c);
+            const char* black_hit = strchr(PIECE_LETTERS[0] + PAWN, *c);
+            const char* white_hit = strchr(PIECE_LETTERS[1] + PAWN, *c);
             if (black_hit == nullptr && white_hit == nullptr) {
                 snprintf(reason, sizeof reason, "'%c' is neither a piece nor a digit", *c);
                 return reason;
             }
             fits = file < 8;
-            if (fits && white_hit) w.pieces[white_hit - piece_letters[1] + 1] |= square_bit(8 * rank + file);
-            if (fits && black_hit) b.pieces[black_hit - piece_letters[0] + 1] |= square_bit(8 * rank + file);
+            if (fits && white_hit) w.pieces[white_hit - PIECE_LETTERS[1]] |= square_bit(8 * rank + file);
+            if (fits && black_hit) b.pieces[black_hit - PIECE_LETTERS[0]] |= square_bit(8 * rank + file);
             ++file;
         }
     }
@@ -89,21 +88,14 @@ const char* place_pieces(const char* placement, side_t& w, side_t& b) {
     return nullptr;
 }
 
-// The rights of the castling field whose king and rook stand at home.
+// The rights of the castling field whose king and rook stand at home; the
+// rights on the first rank are white's.
 bitboard castling_rights(const char* field) {
-    struct right_t {
-        char letter;
-        bitboard squares;
-        const side_t* side;
-    };
-    const right_t rights[4] = {{'K', CASTLE_WHITE_SHORT, &white},
-                               {'Q', CASTLE_WHITE_LONG, &white},
-                               {'k', CASTLE_BLACK_SHORT, &black},
-                               {'q', CASTLE_BLACK_LONG, &black}};
     bitboard word = 0;
-    for (const right_t& r : rights) {
-        bitboard king_home = r.squares & (r.side->is_white ? 0x10ULL : 0x1000000000000000ULL);
-        bool pieces_home = (r.side->pieces[KING] & king_home) && (r.side->pieces[ROOK] & (r.squares & ~king_home));
+    for (const castling_right_t& r : CASTLING_RIGHTS) {
+        const side_t& side = r.squares & rank_mask(0) ? white : black;
+        bitboard king_home = r.squares & (side.is_white ? 0x10ULL : 0x1000000000000000ULL);
+        bool pieces_home = (side.pieces[KING] & king_home) && (side.pieces[ROOK] & (r.squares & ~king_home));
         if (strchr(field, r.letter) && pieces_home) word |= r.squares;
     }
     return word;

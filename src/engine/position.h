@@ -50,6 +50,14 @@ inline constexpr bitboard CASTLE_WHITE_LONG = 0x11;
 inline constexpr bitboard CASTLE_BLACK_SHORT = 0x9000000000000000ULL;
 inline constexpr bitboard CASTLE_BLACK_LONG = 0x1100000000000000ULL;
 
+// The four rights with their FEN letters, in FEN's order.
+struct castling_right_t {
+    char letter;
+    bitboard squares;
+};
+inline constexpr castling_right_t CASTLING_RIGHTS[4] = {
+    {'K', CASTLE_WHITE_SHORT}, {'Q', CASTLE_WHITE_LONG}, {'k', CASTLE_BLACK_SHORT}, {'q', CASTLE_BLACK_LONG}};
+
 inline constexpr uint64_t SIDE_KEY = Random64[780];
 
 inline uint64_t piece_key(const side_t& side, int piece, int square) {

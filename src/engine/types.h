@@ -16,6 +16,12 @@ enum : int { NO_PIECE = 0, PAWN = 1, KNIGHT = 2, BISHOP = 3, ROOK = 4, QUEEN = 5
 
 inline constexpr int piece_value[7] = {0, 100, 300, 300, 500, 900, 0};
 
+// The letters of the piece codes, black's then white's, as FEN writes them;
+// NO_PIECE has '.'. The row is chosen by a side's is_white.
+inline constexpr char PIECE_LETTERS[2][8] = {".pnbrqk", ".PNBRQK"};
+
+static_assert(PIECE_LETTERS[0][KNIGHT] == 'n' && PIECE_LETTERS[1][KING] == 'K');
+
 inline constexpr int MAX_DEPTH = 64;
 inline constexpr int MAX_MOVES = 512;
 inline constexpr int STATE_STACK_SIZE = 1024;

@@ -30,10 +30,10 @@ int32_t side_pawn_score(const side_t& side, const pawn_fills_t& f) {
     const bitboard pawns = side.pieces[PAWN];
     if (!pawns) return 0;
     const bool up = side.is_white;
-    const bitboard behind_own = up ? f.white_down >> 8 : f.black_up << 8;
+    const bitboard behind_own = pawn_backward(up ? f.white_down : f.black_up, up);
     const bitboard enemy_towards = up ? f.black_down : f.white_up;  // enemy pawns spread towards this side
     const bitboard enemy_spans = enemy_towards | beside(enemy_towards);
-    const bitboard behind_enemy = up ? enemy_spans >> 8 : enemy_spans << 8;
+    const bitboard behind_enemy = pawn_backward(enemy_spans, up);
     const bitboard files = up ? f.white_down | f.white_up : f.black_down | f.black_up;
     const bitboard doubled = pawns & behind_own;
     const bitboard passed = pawns & ~doubled & ~behind_enemy;

@@ -8,7 +8,9 @@ namespace velkor {
 
 namespace {
 
-constexpr int32_t see_values[7] = {0, 100, 300, 300, 500, 900, 20000};
+// The piece values, with a king worth more than any exchange can win.
+constexpr int32_t see_values[7] = {0, piece_value[PAWN], piece_value[KNIGHT], piece_value[BISHOP],
+                                   piece_value[ROOK], piece_value[QUEEN], 20000};
 
 // The side's men that could reach the square on an empty board; sliders are
 // tested against the real occupancy when their turn comes.
@@ -106,7 +108,7 @@ int32_t quiesce(int ply, int32_t alpha, int32_t beta, int check_flags) {
         if (child_flags == 0 && prunable) {
             const int32_t victim = piece_value[move_captured(word)];
             if (const int promotion = move_promotion(word)) {
-                if (base + piece_value[promotion] + victim - 100 < best) continue;
+                if (base + piece_value[promotion] + victim - piece_value[PAWN] < best) continue;
             } else {
                 if (base + victim < best) continue;
                 if (piece_value[move_moved(word)] > victim && see_score(word) < 0) continue;

@@ -6,6 +6,16 @@
 
 namespace velkor {
 
+namespace {
+
+// The answer when there is no move to give: why, then the null move.
+void answer_no_move(const char* why) {
+    printf("info string Game over (%s) !\n", why);
+    printf("bestmove 0000\n");
+}
+
+}  // namespace
+
 // Iterations of 1, 2, 3 ... plies with the full window, until a mate score,
 // a stop, the depth asked for, a forecast that the next one will not fit,
 // or depth MAX_DEPTH - 1. The answer is the move of the latest report.
@@ -15,8 +25,7 @@ void think() {
     const int n = generate_moves(0, GENERATE_ALL);
     const int in_check = board.turn->checkers ? 1 : 0;
     if (n == 0) {
-        printf("info string Game over (%s) !\n", in_check ? "mate" : "pat");
-        printf("bestmove 0000\n");
+        answer_no_move(in_check ? "mate" : "pat");
         return;
     }
     if (n == 1) {
@@ -65,8 +74,7 @@ void think() {
 void run_search() {
     search_info.start_clock = clock_us();
     if (is_draw()) {
-        printf("info string Game over (draw) !\n");
-        printf("bestmove 0000\n");
+        answer_no_move("draw");
         return;
     }
     think();
