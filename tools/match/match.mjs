@@ -222,9 +222,16 @@ function checkEngine(path) {
   }
 }
 
+// Each openings file is read and checked once by a driver that serves many matches.
+const openingsRead = new Map();
+function openingsOf(file) {
+  if (!openingsRead.has(file)) openingsRead.set(file, loadOpenings(file));
+  return openingsRead.get(file);
+}
+
 // The games of a match: pairs of one opening, the tested side White first.
 function schedule(opt, velkor, opponents) {
-  const openings = loadOpenings(opt.openings);
+  const openings = openingsOf(opt.openings);
   const order = shuffled(openings.length, opt.seed);
   const date = new Date().toISOString().slice(0, 10).replace(/-/g, '.');
   const jobs = [];

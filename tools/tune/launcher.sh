@@ -6,6 +6,10 @@
 # Usage: tools/tune/launcher.sh linux|windows FOLDER
 set -euo pipefail
 tuned=$(dirname "$0")/tuned.txt
+if [ ! -f "$tuned" ]; then
+    echo "launcher: no $tuned yet: no tuned launcher packed" >&2
+    exit 0
+fi
 genes=$(head -n 1 "$tuned")
 [[ $genes =~ ^[01]{84}$ ]] || { echo "launcher: $tuned: the first line is not an 84-character string" >&2; exit 1; }
 case "$1" in

@@ -109,9 +109,9 @@ export function checkPvs(rootFen, lines) {
   };
   const walk = (node, depth) => {
     for (const [mv, kid] of node.kids) {
-      if (playUci(chess, mv)) {
+      if (playPvMove(chess, mv)) {
         walk(kid, depth + 1);
-        chess.undo();
+        chess._undoMove();
       } else {
         for (const line of collect(kid, [])) bad.push({ line, index: depth, move: mv });
       }
@@ -121,11 +121,30 @@ export function checkPvs(rootFen, lines) {
   return bad;
 }
 
+// A pv's move played on `chess` if it is legal there, as playUci decides but
+// at a fraction of its cost: the legal moves of the moving piece alone, and
+// none of the SAN and FEN texts that chess.js makes for every played move
+// (a game's pvs hold thousands of moves). It uses chess.js's own move list,
+// make and unmake under their internal names, pinned with the package; take
+// the move back with chess._undoMove().
+const FILES = 'abcdefgh';
+export function playPvMove(chess, token) {
+  if (typeof token !== 'string' || !MOVE_RE.test(token)) return false;
+  for (const m of chess._moves({ square: token.slice(0, 2) })) {
+    const to = `${FILES[m.to & 7]}${8 - (m.to >> 4)}`;
+    if (to === token.slice(2, 4) && m.promotion === token[4]) {
+      chess._makeMove(m);
+      return true;
+    }
+  }
+  return false;
+}
+
 // Repetition as Velkor counts it: the current position occurring for the
 // third time since the last capture or pawn move. `keys` holds the position
 // keys (placement, side, castling, e.p.) since the last such move.
 export function positionKey(chess) {
-  return chess.fen().split(' ').slice(0, 4).join(' ');
+  return chess.hash(); // chess.js's key of exactly these
 }
 
 export function repetitionCount(keys) {
