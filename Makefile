@@ -41,7 +41,11 @@ release-pgo:
 setup-test:
 	@bash tools/setup.sh test
 
-run: release
+# The engine alone, without the test programs.
+run:
+	@bash tools/setup.sh build
+	cmake -S . -B $(RELEASE) -DCMAKE_BUILD_TYPE=Release >/dev/null
+	cmake --build $(RELEASE) -j $(JOBS) --target velkor
 	@$(RELEASE)/velkor
 
 FUZZ_SMOKE ?= 15
@@ -123,7 +127,7 @@ clean:
 # The command battery and the transcripts under valgrind memcheck; any error fails.
 VALGRIND := valgrind -q --error-exitcode=99 --leak-check=full --errors-for-leak-kinds=definite
 check-valgrind: release
-	@command -v valgrind >/dev/null || (apt-get update -qq && apt-get install -y -qq valgrind >/dev/null)
+	@bash tools/setup.sh valgrind
 	cd $(RELEASE) && VELKOR_WRAPPER="$(VALGRIND)" ./tests/velkor_tests --gtest_filter='Sessions.Battery:Sessions.Transcripts'
 
 # Windows: velkor.exe cross-built with mingw-w64 from Debian, static (no DLL

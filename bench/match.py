@@ -52,6 +52,11 @@ def main():
     p.add_argument("--workers", type=int, default=2)
     p.add_argument("--engine", type=pathlib.Path, default=ROOT / "build" / "release" / "velkor")
     args = p.parse_args()
+    # The workers' check of a new engine (its bench) is made here, before
+    # either run, so that neither pays for it.
+    sys.path.insert(0, str(ROOT / "tools" / "tune"))
+    from velkor_tune import engine
+    engine.install(*engine.load(args.engine))
     rows = {}
     with tempfile.TemporaryDirectory(prefix="velkor-bench-match-") as space:
         for name, per_task in (("a driver a task", True), ("kept drivers", False)):

@@ -5,10 +5,7 @@ set -euo pipefail
 VELKOR=${1:-build/release/velkor}
 STOCKFISH=${STOCKFISH:-/usr/games/stockfish}
 
-if [ ! -x "$STOCKFISH" ]; then
-    echo "installing Debian's stockfish for the comparison" >&2
-    apt-get update -qq && apt-get install -y -qq stockfish >/dev/null
-fi
+[ -x "$STOCKFISH" ] || bash "$(dirname "$0")/../tools/setup.sh" perft-bench
 
 now_ns() { date +%s%N; }
 

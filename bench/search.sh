@@ -24,10 +24,7 @@ if [ ! -x "$REFDIR/build/velkor" ] || [ "$(cat "$REFDIR/commit" 2>/dev/null)" !=
 fi
 REFERENCE=$REFDIR/build/velkor
 
-if [ ! -x "$ETHEREAL" ]; then
-    echo "installing Debian's ethereal-chess for the comparison" >&2
-    apt-get update -qq && apt-get install -y -qq ethereal-chess >/dev/null
-fi
+[ -x "$ETHEREAL" ] || bash "$ROOT/tools/setup.sh" search-bench
 
 tmp=$(mktemp -d)
 trap 'rm -rf "$tmp"' EXIT

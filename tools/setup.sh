@@ -2,7 +2,8 @@
 # Installs from Debian's packages what a make target needs and the machine
 # lacks. As root it installs them; otherwise it names them in one line and
 # fails, so that nothing half-works.
-# Usage: tools/setup.sh build|test|tune|windows|windows-test|dist
+# Every script and make target of the project installs through here.
+# Usage: tools/setup.sh build|test|tune|windows|windows-test|dist|node|opponents|fuzz|valgrind|perft-bench|search-bench
 set -euo pipefail
 case "${1:-}" in
     build) wanted=(g++ cmake) ;;
@@ -16,7 +17,15 @@ case "${1:-}" in
     windows) wanted=(cmake g++-mingw-w64-x86-64) ;;
     windows-test) wanted=(libgtest-dev wine64) ;;
     dist) wanted=(g++ cmake g++-mingw-w64-x86-64 wine64 zip) ;;
-    *) echo "usage: tools/setup.sh build|test|tune|windows|windows-test|dist" >&2; exit 2 ;;
+    # The match driver and the engines it plays against.
+    node) wanted=(nodejs npm) ;;
+    opponents) wanted=(glaurung toga2 stockfish) ;;
+    # The fuzz targets (clang's libFuzzer), memcheck, and the engines the benchmarks compare with.
+    fuzz) wanted=(clang libclang-rt-14-dev) ;;
+    valgrind) wanted=(valgrind) ;;
+    perft-bench) wanted=(stockfish) ;;
+    search-bench) wanted=(ethereal-chess) ;;
+    *) echo "usage: tools/setup.sh build|test|tune|windows|windows-test|dist|node|opponents|fuzz|valgrind|perft-bench|search-bench" >&2; exit 2 ;;
 esac
 missing=()
 # A package counts as present when Debian has it installed, or when the
@@ -24,7 +33,7 @@ missing=()
 for pkg in "${wanted[@]}"; do
     case "$pkg" in
         nodejs) cmd=node ;;
-        npm|g++|cmake|clang|zip) cmd=$pkg ;;
+        npm|g++|cmake|clang|zip|valgrind) cmd=$pkg ;;
         g++-mingw-w64-x86-64) cmd=x86_64-w64-mingw32-g++ ;;
         wine64) cmd=/usr/lib/wine/wine64 ;;  # Debian keeps the 64-bit loader off the PATH
         *) cmd= ;;

@@ -9,10 +9,7 @@ SECONDS_EACH=${1:-15}
 shift || true
 TARGETS=${*:-commands fen moves}
 
-if ! command -v clang++ >/dev/null || ! dpkg -s libclang-rt-14-dev >/dev/null 2>&1; then
-    echo "installing clang for the fuzz targets" >&2
-    apt-get update -qq && apt-get install -y -qq clang libclang-rt-14-dev >/dev/null
-fi
+bash tools/setup.sh fuzz
 cmake -S . -B build/fuzz -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER=clang++ -DVELKOR_FUZZ=ON >/dev/null
 cmake --build build/fuzz -j "$(nproc)" >/dev/null
 
