@@ -55,6 +55,7 @@ test: setup-test release sanitize
 	cd $(SANITIZE) && ctest --output-on-failure -j $(JOBS)
 	bash tools/match/setup.sh
 	node --test tools/match/tests/
+	/usr/bin/python3 -m pyflakes tools/tune bench/match.py
 	cd tools/tune && VELKOR_ENGINE=$(abspath $(RELEASE))/velkor /usr/bin/python3 -m pytest -q
 	bash tests/fuzz/run.sh $(FUZZ_SMOKE)
 	node tools/match/match.mjs --engine $(RELEASE)/velkor --games 4 --tc 2+0.02 --concurrency 2 \

@@ -1,6 +1,5 @@
 """Plots and the summary of a run, finished or not."""
 import itertools
-import json
 import pathlib
 
 import numpy as np
