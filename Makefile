@@ -55,6 +55,7 @@ test: setup-test release sanitize
 	cd $(SANITIZE) && ctest --output-on-failure -j $(JOBS)
 	bash tools/match/setup.sh
 	node --test tools/match/tests/
+	git ls-files 'src/*.cpp' 'src/*.h' 'tests/*.cpp' 'tests/*.h' 'tools/*.cpp' 'bench/*.cpp' | xargs clang-format-14 --style=file --dry-run --Werror
 	/usr/bin/python3 -m pyflakes tools/tune bench/match.py
 	cd tools/tune && VELKOR_ENGINE=$(abspath $(RELEASE))/velkor /usr/bin/python3 -m pytest -q
 	bash tests/fuzz/run.sh $(FUZZ_SMOKE)

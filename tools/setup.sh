@@ -9,7 +9,7 @@ case "${1:-}" in
     build) wanted=(g++ cmake) ;;
     # The tests: GoogleTest, clang with its fuzzer runtime, Node.js for the
     # match driver and the opponents it plays, the tuner's Python packages.
-    test) wanted=(g++ cmake libgtest-dev clang libclang-rt-14-dev nodejs npm glaurung toga2 stockfish
+    test) wanted=(g++ cmake libgtest-dev clang clang-format-14 libclang-rt-14-dev nodejs npm glaurung toga2 stockfish
         python3-pytest python3-pyflakes python3-numpy python3-distributed python3-matplotlib) ;;
     # The tuner and its Dask workers: Python's numerics, Dask, plots, Node.js for the games.
     tune) wanted=(nodejs npm python3-numpy python3-distributed python3-matplotlib) ;;

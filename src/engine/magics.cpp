@@ -9,6 +9,7 @@
 namespace velkor {
 
 // Found once by init_magics(1); any set that passes the collision rule serves.
+// clang-format off
 uint64_t rook_magics[64] = {
     0x008000c000702080, 0x01c0016000443008, 0x0080081000802000, 0x0100100008442100,
     0x010005001048000a, 0x0100028100080c00, 0x0080010002004880, 0xc100018021000042,
@@ -45,6 +46,7 @@ uint64_t bishop_magics[64] = {
     0x0002004218010832, 0x00000180a4100200, 0x4884000022111024, 0x040040800c8c0c08,
     0x2400022020024c00, 0x08408040090d0100, 0x0901082083020220, 0x0221084100440040,
 };
+// clang-format on
 bitboard rook_masks[64];
 bitboard bishop_masks[64];
 int32_t rook_shifts[64];
@@ -173,8 +175,7 @@ int init_rook_magics() {
 }
 
 int init_bishop_magics() {
-    return init_slider(
-        {"bishops", bishop_dirs, bishop_magics, bishop_masks, bishop_shifts, &bishop_table[0][0], 512});
+    return init_slider({"bishops", bishop_dirs, bishop_magics, bishop_masks, bishop_shifts, &bishop_table[0][0], 512});
 }
 
 int init_magics(int regenerate) {

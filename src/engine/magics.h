@@ -28,8 +28,7 @@ inline bitboard rook_attacks(bitboard occupancy, int square) {
 }
 
 inline bitboard bishop_attacks(bitboard occupancy, int square) {
-    return bishop_table[square][((occupancy & bishop_masks[square]) * bishop_magics[square]) >>
-                                bishop_shifts[square]];
+    return bishop_table[square][((occupancy & bishop_masks[square]) * bishop_magics[square]) >> bishop_shifts[square]];
 }
 
 inline bitboard queen_attacks(bitboard occupancy, int square) {

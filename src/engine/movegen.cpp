@@ -200,7 +200,6 @@ void king_moves(gen_t<Count>& g, bitboard target) {
     build(g, KING, g.king, king_attacks[g.king] & target & ~danger);
 }
 
-
 // The fixed order: castling, promotions, en passant, other pawn moves,
 // pieces, king. In double check only the king moves.
 template <bool Count>

@@ -161,7 +161,8 @@ const char* fen_error(const char* text) {
             return reason;
         }
     }
-    if ((w.pieces[PAWN] | b.pieces[PAWN]) & (rank_mask(0) | rank_mask(7))) return "a pawn stands on the first or last rank";
+    if ((w.pieces[PAWN] | b.pieces[PAWN]) & (rank_mask(0) | rank_mask(7)))
+        return "a pawn stands on the first or last rank";
 
     const bool white_to_move = scratch.side[0] == 'w';
     const side_t& waiting = white_to_move ? b : w;
@@ -184,8 +185,7 @@ const char* fen_error(const char* text) {
         const side_t& pusher = rank6 ? b : w;
         if (rank6 != white_to_move || !(pusher.pieces[PAWN] & square_bit(pawn)) ||
             (occupied & (square_bit(ep) | square_bit(origin)))) {
-            snprintf(reason, sizeof reason, "en passant square %.2s does not follow a double push",
-                     scratch.en_passant);
+            snprintf(reason, sizeof reason, "en passant square %.2s does not follow a double push", scratch.en_passant);
             return reason;
         }
     }

@@ -16,7 +16,7 @@ struct side_t {
     bitboard discoverers;       // our pieces alone between our slider and the enemy king (derived)
     bitboard evasions;          // target mask of non-king moves: all ones unless in single check (derived)
     uint32_t is_white;
-    int32_t key_base[7];  // index of this side's piece type in Random64
+    int32_t key_base[7];     // index of this side's piece type in Random64
     int32_t material;        // piece_value over all pieces, pawns included
     int32_t piece_material;  // the same without pawns
     side_t* opponent;
@@ -37,7 +37,7 @@ struct board_t {
     side_t* turn;
     bitboard occupied;
     state_t states[STATE_STACK_SIZE];
-    int32_t ply;  // index of the current position's entry
+    int32_t ply;            // index of the current position's entry
     int32_t dropped_plies;  // moves of a very long game cut from the bottom of the stack
 };
 
@@ -60,9 +60,7 @@ inline constexpr castling_right_t CASTLING_RIGHTS[4] = {
 
 inline constexpr uint64_t SIDE_KEY = Random64[780];
 
-inline uint64_t piece_key(const side_t& side, int piece, int square) {
-    return Random64[side.key_base[piece] + square];
-}
+inline uint64_t piece_key(const side_t& side, int piece, int square) { return Random64[side.key_base[piece] + square]; }
 
 inline uint64_t en_passant_key(bitboard en_passant) { return Random64[772 + file_of(lowest_square(en_passant))]; }
 

@@ -50,8 +50,7 @@ constexpr int move_captured(move_t m) { return int((m >> 17) & 7); }
 constexpr int move_promotion(move_t m) { return int((m >> 20) & 7); }
 
 constexpr move_t make_word(int from, int to, int piece, int captured = 0, int promotion = 0) {
-    return move_t(to) | move_t(from) << 6 | move_t(7 - piece) << 12 | move_t(captured) << 17 |
-           move_t(promotion) << 20;
+    return move_t(to) | move_t(from) << 6 | move_t(7 - piece) << 12 | move_t(captured) << 17 | move_t(promotion) << 20;
 }
 
 static_assert(move_moved(make_word(12, 28, PAWN)) == PAWN && move_moved(make_word(4, 6, KING)) == KING);

@@ -24,14 +24,13 @@ int32_t activity_score(const side_t& side) {
     const bitboard ring = king_attacks[k];
     int32_t score = 0;
     if (white.piece_material == 0 || black.piece_material == 0) score += centre_weight[k];
-    for (int piece = PAWN; piece <= KING; ++piece)
-        score += genes[GENE_MOBILITY] * popcount(side.attacks[piece] & safe);
+    for (int piece = PAWN; piece <= KING; ++piece) score += genes[GENE_MOBILITY] * popcount(side.attacks[piece] & safe);
     score += genes[GENE_PAWN_CHAIN] * popcount(side.attacks[PAWN] & side.pieces[PAWN]);
     // Both divisions are skipped when nothing is summed, as they mostly are.
     const int32_t hanging = value_of(enemy, side.attacks[0] & enemy.pieces[0] & safe);
     if (hanging != 0 && genes[GENE_HANGING] != 0) score += hanging / genes[GENE_HANGING];
-    score += genes[GENE_DIAGONAL_GUARD] * popcount((side.pieces[BISHOP] | side.pieces[QUEEN]) &
-                                                   (side.attacks[BISHOP] | side.attacks[QUEEN]));
+    score += genes[GENE_DIAGONAL_GUARD] *
+             popcount((side.pieces[BISHOP] | side.pieces[QUEEN]) & (side.attacks[BISHOP] | side.attacks[QUEEN]));
     score += genes[GENE_STRAIGHT_GUARD] *
              popcount((side.pieces[ROOK] | side.pieces[QUEEN]) & (side.attacks[ROOK] | side.attacks[QUEEN]));
     if (popcount(side.pieces[BISHOP]) > 1) score += genes[GENE_BISHOP_PAIR];

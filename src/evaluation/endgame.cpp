@@ -8,7 +8,9 @@ namespace velkor {
 
 namespace {
 
-int king_distance(int a, int b) { return std::max(std::abs(rank_of(a) - rank_of(b)), std::abs(file_of(a) - file_of(b))); }
+int king_distance(int a, int b) {
+    return std::max(std::abs(rank_of(a) - rank_of(b)), std::abs(file_of(a) - file_of(b)));
+}
 
 // King and pawn against king: the rule of the square, with the double step
 // from the home rank not counted.

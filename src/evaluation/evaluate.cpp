@@ -50,8 +50,8 @@ int32_t evaluate() {
     if (men == 3)
         return turn.material != 0 ? endgame_score(turn, turn.is_white) : -endgame_score(opponent, turn.is_white);
     if (men == 4 && !(white.pieces[PAWN] | black.pieces[PAWN])) return four_men(turn, opponent);
-    return turn.material - opponent.material + pawn_balance(turn) + rook_score(turn) -
-           rook_score(opponent) + activity_score(turn) - activity_score(opponent);
+    return turn.material - opponent.material + pawn_balance(turn) + rook_score(turn) - rook_score(opponent) +
+           activity_score(turn) - activity_score(opponent);
 }
 
 }  // namespace velkor

@@ -58,7 +58,7 @@ struct selector_t {
     move_t* list;
     uint64_t* keys;
     int count;
-    move_t killer_1, killer_2;  // marked on their words as the keys are first made
+    move_t killer_1, killer_2;        // marked on their words as the keys are first made
     uint64_t made_at = ~uint64_t(0);  // history_changes when the keys were made
     bool beyond_keys = false;         // a history of 2^31 or more: order by the tests
     int keyed_end = 0;                // the words with a sort key are those before it
@@ -163,8 +163,7 @@ int32_t alpha_beta(int ply, int depth_limit, int32_t alpha, int32_t beta, int ch
     const side_t& turn = *board.turn;
     const side_t& opponent = *turn.opponent;
     const bool null_ok = !is_pv && check_flags == 0 && null_allowed != 0 && turn.piece_material != 0 &&
-                         opponent.piece_material != 0 && std::abs(alpha) <= MATE_BOUND &&
-                         std::abs(beta) <= MATE_BOUND;
+                         opponent.piece_material != 0 && std::abs(alpha) <= MATE_BOUND && std::abs(beta) <= MATE_BOUND;
     const bool may_cut = null_ok && depth <= 2;
     tt_prefetch_filter(key);
     // A shallow node whose static score reaches beta ends unless it has no

@@ -9,8 +9,8 @@ namespace velkor {
 namespace {
 
 // The piece values, with a king worth more than any exchange can win.
-constexpr int32_t see_values[7] = {0, piece_value[PAWN], piece_value[KNIGHT], piece_value[BISHOP],
-                                   piece_value[ROOK], piece_value[QUEEN], 20000};
+constexpr int32_t see_values[7] = {
+    0, piece_value[PAWN], piece_value[KNIGHT], piece_value[BISHOP], piece_value[ROOK], piece_value[QUEEN], 20000};
 
 // The side's men that could reach the square on an empty board; sliders are
 // tested against the real occupancy when their turn comes.

@@ -39,8 +39,8 @@ void report_pv(int32_t score, int bound, move_t move) {
     if (bound == TT_LOWER) printf("lowerbound ");
     printf("pv ");
     pv_walk(move);
-    printf("time %" PRIu64 " nodes %" PRIu64 " nps %" PRIu64 " hashfull %i\n", search_info.elapsed,
-           search_info.nodes, search_info.nps, tt_hashfull());
+    printf("time %" PRIu64 " nodes %" PRIu64 " nps %" PRIu64 " hashfull %i\n", search_info.elapsed, search_info.nodes,
+           search_info.nps, tt_hashfull());
 }
 
 }  // namespace velkor

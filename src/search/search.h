@@ -13,8 +13,8 @@ namespace velkor {
 inline constexpr int32_t MATE = 30000;        // a side mated at search ply p scores p - MATE
 inline constexpr int32_t MATE_BOUND = 29936;  // a larger absolute value is a mate score
 inline constexpr int32_t SCORE_INF = 0x10000000;
-inline constexpr uint64_t LIMIT_CHECK_MASK = 0xFFF;   // clock and input every 4096 nodes
-inline constexpr uint64_t CURRMOVE_MASK = 0x1FFFFF;   // a currmove line every 2097152 nodes
+inline constexpr uint64_t LIMIT_CHECK_MASK = 0xFFF;  // clock and input every 4096 nodes
+inline constexpr uint64_t CURRMOVE_MASK = 0x1FFFFF;  // a currmove line every 2097152 nodes
 
 enum : uint32_t { MODE_DEPTH = 0, MODE_FIXED_TIME = 1, MODE_TOURNAMENT = 2 };
 inline constexpr uint64_t INFINITE_MOVE_TIME = 1000000000;  // the time of go infinite, ms
@@ -36,7 +36,7 @@ struct search_info_t {
     int32_t currmovenumber;
     int32_t root_fail;  // the root is not settled in this iteration
     uint32_t time_extended;
-    int32_t last_score;  // result of the last finished iteration
+    int32_t last_score;    // result of the last finished iteration
     uint64_t start_clock;  // clock_us() at the start of the search
     uint64_t elapsed;      // ms at the latest reading
     uint64_t nodes;

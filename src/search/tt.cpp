@@ -21,7 +21,7 @@ tt_filter_t* tt_filters = nullptr;
 namespace {
 
 uint32_t recent_age = 0;
-uint64_t ages_used[4];  // the ages stored with since the last clear
+uint64_t ages_used[4];        // the ages stored with since the last clear
 bool recent_written = false;  // a store has set a recent bit since that filter was last emptied
 
 struct waiting_store_t {

@@ -39,7 +39,8 @@ bitboard walk(int square, bitboard occupancy, bool rook) {
     static const int dirs[2][4][2] = {{{1, 1}, {1, -1}, {-1, 1}, {-1, -1}}, {{1, 0}, {-1, 0}, {0, 1}, {0, -1}}};
     bitboard set = 0;
     for (const auto& d : dirs[rook])
-        for (int r = square / 8 + d[0], f = square % 8 + d[1]; r >= 0 && r < 8 && f >= 0 && f < 8; r += d[0], f += d[1]) {
+        for (int r = square / 8 + d[0], f = square % 8 + d[1]; r >= 0 && r < 8 && f >= 0 && f < 8;
+             r += d[0], f += d[1]) {
             set |= 1ULL << (8 * r + f);
             if (occupancy & (1ULL << (8 * r + f))) break;
         }

@@ -62,7 +62,9 @@ TEST(Eval, ReferenceData) {
             } else if (op == "balance") {
                 EXPECT_EQ(material_balance(), a) << at;
             } else {
-                int32_t (*term)(const side_t&) = op == "pawns" ? pawn_score : op == "rooks" ? rook_score : activity_score;
+                int32_t (*term)(const side_t&) = op == "pawns"   ? pawn_score
+                                                 : op == "rooks" ? rook_score
+                                                                 : activity_score;
                 EXPECT_TRUE(op == "pawns" || op == "rooks" || op == "activity") << at;
                 EXPECT_EQ(term(white), a) << at << " (white)";
                 EXPECT_EQ(term(black), b) << at << " (black)";
@@ -81,7 +83,8 @@ TEST(Eval, MirrorScoresTheSame) {
         write_fen(fen);
         fens.push_back(fen);
     });
-    for (const std::string& fen : fens) EXPECT_EQ(score_of(mirrored(fen)), score_of(fen)) << fen << " / " << mirrored(fen);
+    for (const std::string& fen : fens)
+        EXPECT_EQ(score_of(mirrored(fen)), score_of(fen)) << fen << " / " << mirrored(fen);
     EXPECT_GT(fens.size(), 500u);
 }
 

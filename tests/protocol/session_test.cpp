@@ -175,7 +175,8 @@ TEST(Sessions, TightMemory) {
         int size = 128;
         size_t i = 2;
         for (; lines[i].ends_with(": failure"); ++i, size /= 2)
-            EXPECT_EQ(lines[i], "info debug Creation of Transposition Table (" + std::to_string(size) + " MB) : failure");
+            EXPECT_EQ(lines[i],
+                      "info debug Creation of Transposition Table (" + std::to_string(size) + " MB) : failure");
         EXPECT_EQ(lines[i], "info debug Creation of Transposition Table (" + std::to_string(size) + " MB) : success");
         if (size < 128) ++halved;
     }
@@ -219,7 +220,8 @@ TEST(Sessions, BenchSignature) {
     const auto r = run_engine_process(input, {}, 600);
     ASSERT_FALSE(r.timed_out);
     const std::string nodes = velkor::test::records("bench.txt").at(0).at(0);
-    EXPECT_EQ(lines_starting(r.out, nodes + " nodes in ").size(), size_t(runs)) << r.out.substr(r.out.size() > 300 ? r.out.size() - 300 : 0);
+    EXPECT_EQ(lines_starting(r.out, nodes + " nodes in ").size(), size_t(runs))
+        << r.out.substr(r.out.size() > 300 ? r.out.size() - 300 : 0);
     EXPECT_EQ(lines_starting(r.out, "bestmove ").size(), 4u * runs);
     EXPECT_EQ(lines_starting(r.out, "fen = ").size(), 4u * runs);
 }

@@ -75,9 +75,14 @@ TEST(Search, LimitCheck) {
 }
 
 TEST(Search, ScoreTexts) {
-    for (const auto& [score, text] : {std::pair{29999, "mate 1"}, {29997, "mate 2"}, {29937, "mate 32"},
-                                      {29936, "cp 29936"}, {-29936, "cp -29936"}, {-29998, "mate -1"},
-                                      {-29996, "mate -2"}, {-3, "cp -3"}})
+    for (const auto& [score, text] : {std::pair{29999, "mate 1"},
+                                      {29997, "mate 2"},
+                                      {29937, "mate 32"},
+                                      {29936, "cp 29936"},
+                                      {-29936, "cp -29936"},
+                                      {-29998, "mate -1"},
+                                      {-29996, "mate -2"},
+                                      {-3, "cp -3"}})
         EXPECT_EQ(test::capture_stdout([&] { print_score(score); }), "score " + std::string(text) + " ");
 }
 

@@ -30,7 +30,8 @@ TEST(Table, ReferenceData) {
         if (op == "clear") tt_clear();
         if (op == "store" && in >> k >> alpha >> depth >> b >> beta) tt_store(key(k), alpha, depth, bound(b), beta);
         if (op == "fill")
-            for (uint32_t bucket = 0; bucket < 264; ++bucket) tt_store(uint64_t(bucket % 4 + 1) << 40 | bucket / 4 * 4, 0, 1, TT_EXACT, 1);
+            for (uint32_t bucket = 0; bucket < 264; ++bucket)
+                tt_store(uint64_t(bucket % 4 + 1) << 40 | bucket / 4 * 4, 0, 1, TT_EXACT, 1);
         std::string got;
         if (op == "probe" && in >> k >> depth >> alpha >> beta) {
             const int32_t score = tt_probe(key(k), depth, alpha, beta);

@@ -9,9 +9,9 @@
 
 #include <algorithm>
 #include <chrono>
-#include <fstream>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <sstream>
 #include <stdexcept>
 
@@ -58,8 +58,7 @@ std::string generated(unsigned mode) {
     update_attacks();
     const int n = generate_moves(0, mode);
     std::string moves;
-    for (int i = 0; i < n; ++i)
-        moves += (i ? " " : "") + capture_stdout([&] { print_move(move_lists[0][i]); });
+    for (int i = 0; i < n; ++i) moves += (i ? " " : "") + capture_stdout([&] { print_move(move_lists[0][i]); });
     return moves;
 }
 
@@ -97,8 +96,8 @@ void random_games(int games, int plies, uint32_t seed, const std::function<void(
         }
 }
 
-process_result run_engine_process(const std::string& input, const std::vector<std::string>& args,
-                                  int timeout_seconds, size_t address_space_limit) {
+process_result run_engine_process(const std::string& input, const std::vector<std::string>& args, int timeout_seconds,
+                                  size_t address_space_limit) {
     int to_child[2], from_child[2];
     if (pipe(to_child) != 0 || pipe(from_child) != 0) throw std::runtime_error("pipe");
     char err_path[] = "/tmp/velkor-stderr-XXXXXX";
