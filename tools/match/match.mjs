@@ -194,9 +194,9 @@ export function pairOpening(opening, plies, seed, pair) {
   for (const mv of opening.moves) chess.move({ from: mv.slice(0, 2), to: mv.slice(2, 4), promotion: mv[4] });
   const extra = [];
   for (let k = 0; k < plies; k++) {
-    const legal = chess.moves({ verbose: true });
-    const mv = legal[Math.floor(rand() * legal.length)];
-    chess.move(mv);
+    // The moves as SAN alone (no move objects with their FEN texts), in the same order.
+    const legal = chess.moves();
+    const mv = chess.move(legal[Math.floor(rand() * legal.length)]);
     if (gameOverByRules(chess)) {
       chess.undo();
       break;

@@ -29,8 +29,7 @@ export function positionCommand(startFen, moves) {
 // caller's. Returns { best, infos, elapsed, goCmd, posCmd, bestLine };
 // throws EngineFailure.
 export async function search(engine, posCmd, goCmd, remainingMs, stallMarginMs) {
-  engine.send(posCmd);
-  await engine.sync(SYNC_TIMEOUT_MS);
+  await engine.sync(SYNC_TIMEOUT_MS, posCmd);
   const t0 = engine.send(goCmd);
   const deadline = t0 + Math.max(0, remainingMs) + stallMarginMs;
   const { lines, last } = await engine.readUntil((s) => /^bestmove(\s|$)/.test(s.trim()), deadline);
