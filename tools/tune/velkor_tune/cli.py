@@ -99,7 +99,7 @@ def parser() -> argparse.ArgumentParser:
     lab = sub.add_parser("label", help="a teacher engine's expected score for each position")
     lab.add_argument("positions", type=pathlib.Path)
     lab.add_argument("--out", type=pathlib.Path, help="the labelled file (default: POSITIONS with .labelled.txt)")
-    lab.add_argument("--teacher", default="/usr/games/stockfish", help="a UCI engine that prints wdl")
+    lab.add_argument("--teacher", default=label_teacher(), help="a UCI engine that prints wdl (default %(default)s)")
     lab.add_argument("--teacher-depth", type=positive, default=10)
     where = lab.add_mutually_exclusive_group()
     where.add_argument("--workers", type=positive)
@@ -137,6 +137,11 @@ def verify_hint(text: str) -> str:
     return (f"verify it against the defaults:\n"
             f"  velkor-tune verify {text} --depth 6 --sprt 0,5 --games 20000\n"
             f"  velkor-tune verify {text} --tc 4+0.04 --games 1000")
+
+
+def label_teacher():
+    from .label import TEACHER
+    return TEACHER
 
 
 def spsa_defaults(name):

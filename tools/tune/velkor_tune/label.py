@@ -14,7 +14,6 @@ import uuid
 
 CHUNK = 2000
 TEACHER = "/usr/games/stockfish"
-TEACHER_TIMEOUT = 60  # seconds for one position before the teacher is taken as stalled
 
 
 class Teacher:

@@ -60,6 +60,8 @@ def verify(client, genes_text, base, games, depth, tc, seed, engine_path, bounds
     data, digest = engine.load(engine_path)
     run_id = uuid.uuid4().hex[:8]
     work = tasks(genes_text, base, games, depth, tc, seed, digest, random_plies)
+    if not work:
+        raise ValueError("a match needs at least 2 games, a pair")
     # A folder that holds games of the same match already: they count, and
     # only the pairs not yet recorded are played.
     same = lambda r: all(r.get(k) == work[0][k] for k in ("genes", "base", "depth", "tc", "seed", "random_plies"))
