@@ -66,7 +66,7 @@ const USAGE = `usage: node tools/match/match.mjs [options]
                          these options, keeping the engines between matches
 `;
 
-const SPEC = {
+const OPTION_TYPES = {
   engine: { type: 'string' }, games: { type: 'string' }, tc: { type: 'string' }, depth: { type: 'string' },
   opponents: { type: 'string' }, pbil: { type: 'string' }, 'stockfish-skill': { type: 'string' },
   concurrency: { type: 'string' }, pgn: { type: 'string' }, 'log-dir': { type: 'string' },
@@ -101,7 +101,7 @@ const pbilArgs = (text) => (text ? [`-pbil=${text}`] : []);
 export function parseOptions(argv) {
   let values;
   try {
-    ({ values } = parseArgs({ args: argv, options: SPEC, strict: true, allowPositionals: false }));
+    ({ values } = parseArgs({ args: argv, options: OPTION_TYPES, strict: true, allowPositionals: false }));
   } catch (err) {
     throw new UsageError(err.message);
   }

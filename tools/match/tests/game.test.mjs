@@ -20,8 +20,8 @@ before(() => assert.ok(existsSync(VELKOR), `${VELKOR} is missing: make release`)
 // One game: White and Black are 'velkor' or a mode of the fake engine; White
 // is W, the tested side, Black is B. Returns the result and the pv batches.
 async function play(white, black, job = {}) {
-  const side = async (spec, name) => {
-    const engine = new UciEngine(spec === 'velkor' ? { name, path: VELKOR } : { name, path: process.execPath, args: [FAKE, spec] });
+  const side = async (mode, name) => {
+    const engine = new UciEngine(mode === 'velkor' ? { name, path: VELKOR } : { name, path: process.execPath, args: [FAKE, mode] });
     engine.start();
     await engine.handshake();
     return { engine, cfg: { name, isVelkor: name === 'W' } };

@@ -17,15 +17,14 @@ uninterrupted one, and reuses every result already recorded.
 """
 import json
 import pathlib
-import shutil
 import time
 import uuid
 import warnings
 
 import numpy as np
 
-from . import engine, genes, match, pbil, report, stats
-from .runfolder import STATE, append_result, load_state, read_results, write_atomically
+from . import genes, match, pbil, report, stats
+from .runfolder import STATE, append_result, keep_engine, kept_engine, load_state, read_results, write_atomically
 from .progress import Progress
 
 BEST = "best.txt"
@@ -47,9 +46,7 @@ def start(out: pathlib.Path, settings: dict, engine_path) -> dict:
     if (out / STATE).exists():
         raise SystemExit(f"{out} holds a run already: velkor-tune resume {out}")
     out.mkdir(parents=True, exist_ok=True)
-    data, digest = engine.load(engine_path)
-    shutil.copyfile(engine_path, out / "velkor")
-    (out / "velkor").chmod(0o755)
+    digest = keep_engine(out, engine_path)
     first = pbil.State.leaning_to(settings["start"], settings["lean"]) if settings.get("start") else pbil.State()
     state = {"settings": settings, "engine_hash": digest, "generation": 0,
              "probabilities": first.probabilities, "history": [], "best": None}
@@ -137,9 +134,7 @@ def carry_on(out: pathlib.Path, client) -> dict:
     """Plays the generations still to play; returns the final state."""
     warnings.filterwarnings("ignore", message="Large object")
     state = load_state(out)
-    engine_bytes, digest = engine.load(out / "velkor")
-    if digest != state["engine_hash"]:
-        raise SystemExit(f"{out / 'velkor'} is not the engine this run started with")
+    engine_bytes = kept_engine(out, state)
     write_best(out, state)
     s = state["settings"]
     progress = Progress(s["generations"], s["population"] * 2 * s["pairs"], state)

@@ -4,8 +4,26 @@ time and a cut last line dropped on reading."""
 import json
 import os
 import pathlib
+import shutil
 
-STATE, RESULTS = "state.json", "results.jsonl"
+from . import engine
+
+STATE, RESULTS, ENGINE = "state.json", "results.jsonl", "velkor"
+
+
+def keep_engine(out: pathlib.Path, engine_path) -> str:
+    """Copies the engine a run plays into its folder; returns its hash."""
+    shutil.copyfile(engine_path, out / ENGINE)
+    (out / ENGINE).chmod(0o755)
+    return engine.load(out / ENGINE)[1]
+
+
+def kept_engine(out: pathlib.Path, state: dict) -> bytes:
+    """The bytes of the run's engine, refused if they are not those it started with."""
+    data, digest = engine.load(out / ENGINE)
+    if digest != state["engine_hash"]:
+        raise SystemExit(f"{out / ENGINE} is not the engine this run started with")
+    return data
 
 
 def load_state(out: pathlib.Path) -> dict:

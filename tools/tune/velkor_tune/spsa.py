@@ -20,15 +20,14 @@ OUT/velkor        the engine the run plays, copied at the start
 import json
 import math
 import pathlib
-import shutil
 import time
 import uuid
 import warnings
 
 import numpy as np
 
-from . import engine, genes, match
-from .runfolder import STATE, append_result, load_state, read_results, write_atomically
+from . import genes, match
+from .runfolder import STATE, append_result, keep_engine, kept_engine, load_state, read_results, write_atomically
 
 THETA = "theta.txt"
 ALPHA, GAMMA = 0.602, 0.101
@@ -102,9 +101,7 @@ def start(out: pathlib.Path, settings: dict, engine_path) -> dict:
     if (out / STATE).exists():
         raise SystemExit(f"{out} holds a run already: velkor-tune spsa {out} (with no other options) carries it on")
     out.mkdir(parents=True, exist_ok=True)
-    _, digest = engine.load(engine_path)
-    shutil.copyfile(engine_path, out / "velkor")
-    (out / "velkor").chmod(0o755)
+    digest = keep_engine(out, engine_path)
     theta = [float(w) for w in genes.decode(settings["start"])]
     state = {"kind": "spsa", "settings": settings, "engine_hash": digest, "batch": 0, "theta": theta,
              "path": [theta], "games": 0, "failures": 0}
@@ -148,9 +145,7 @@ def carry_on(out: pathlib.Path, client) -> dict:
     warnings.filterwarnings("ignore", message="Large object")
     from distributed import as_completed
     state = load_state(out)
-    engine_bytes, digest = engine.load(out / "velkor")
-    if digest != state["engine_hash"]:
-        raise SystemExit(f"{out / 'velkor'} is not the engine this run started with")
+    engine_bytes = kept_engine(out, state)
     total = batches(state["settings"])
     started, played = time.monotonic(), 0
     while state["batch"] < total:
