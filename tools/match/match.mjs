@@ -343,6 +343,7 @@ async function playMatch(opt, pool, log) {
       return;
     }
     tally.game(r);
+    for (const checked of r.pvChecked ?? []) onPv(checked);
     if (r.pgn) appendFileSync(opt.pgn, `${r.pgn}\n\n`);
     log(`${count} game ${r.gameNo}: ${r.white} - ${r.black} ${r.result} (${r.reason}), ${r.plies} plies, ${r.opening}, ${(r.ms / 1000).toFixed(1)} s`);
     for (const f of r.failures) log(`  !! ${f.engine} ${KIND_NAME[f.kind]}: ${f.detail}`);

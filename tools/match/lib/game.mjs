@@ -4,7 +4,7 @@
 import { writeFileSync, mkdirSync } from 'node:fs';
 import { join } from 'node:path';
 import { performance } from 'node:perf_hooks';
-import { Chess, START_FEN, playUci, parseInfo, scoreToCp, scoreText, gameOverByRules, positionKey, repetitionCount } from './referee.mjs';
+import { Chess, START_FEN, playUci, parseInfo, scoreToCp, scoreText, gameOverByRules, positionKey, repetitionCount, checkBatch } from './referee.mjs';
 import { EngineFailure, SYNC_TIMEOUT_MS } from './uci-engine.mjs';
 
 const other = (c) => (c === 'w' ? 'b' : 'w');
@@ -26,11 +26,18 @@ export function positionCommand(startFen, moves) {
 
 // One search: position + isready/readyok, go, info lines up to bestmove.
 // Nothing is sent between go and bestmove; the isready after it is the
-// caller's. Returns { best, infos, elapsed, goCmd, posCmd, bestLine };
-// throws EngineFailure.
-export async function search(engine, posCmd, goCmd, remainingMs, stallMarginMs) {
-  await engine.sync(SYNC_TIMEOUT_MS, posCmd);
-  const t0 = engine.send(goCmd);
+// caller's. Without a clock (`timed` false) there is no start of a search to
+// pin down, and position and go go in one write, as a match runner sends
+// them. Returns { best, infos, elapsed, goCmd, posCmd, bestLine }; throws
+// EngineFailure.
+export async function search(engine, posCmd, goCmd, remainingMs, stallMarginMs, timed = true) {
+  let t0;
+  if (timed) {
+    await engine.sync(SYNC_TIMEOUT_MS, posCmd);
+    t0 = engine.send(goCmd);
+  } else {
+    t0 = engine.send(posCmd, goCmd);
+  }
   const deadline = t0 + Math.max(0, remainingMs) + stallMarginMs;
   const { lines, last } = await engine.readUntil((s) => /^bestmove(\s|$)/.test(s.trim()), deadline);
   const elapsed = last.t - t0;
@@ -96,14 +103,18 @@ class Game {
     this.clock = { w: tc.baseMs, b: tc.baseMs, movesLeft: { w: tc.moves || 0, b: tc.moves || 0 } };
     this.lastScores = { w: [], b: [] }; // mover's point of view, most recent last
     this.searches = 0; // searches made in this game so far
+    this.pvChecked = []; // the pv checks made here, at a fixed depth (see samplePvs)
     this.end = null;
   }
 
   // A comment after the last move played (or on the start position), kept by
-  // chess.js with the position for the PGN; braces would end it early.
+  // chess.js with the position for the PGN; braces would end it early. A
+  // second comment on the same position is joined to the first.
   note(text) {
-    const before = this.chess.getComment();
-    this.chess.setComment(`${before ? `${before}; ` : ''}${text.replace(/[{}]/g, '')}`);
+    const clean = text.replace(/[{}]/g, '');
+    this.comment = this.commentPly === this.moves.length ? `${this.comment}; ${clean}` : clean;
+    this.commentPly = this.moves.length;
+    this.chess.setComment(this.comment);
   }
 
   fail(c, kind, detail, ply) {
@@ -169,24 +180,30 @@ class Game {
   async search() {
     const job = this.job;
     const turn = this.chess.turn();
-    const rootFen = this.chess.fen();
     const posCmd = positionCommand(this.startFen, this.moves);
     // A game at a fixed depth has no clocks: each search has the stall margin alone.
     const goCmd = job.depth ? `go depth ${job.depth}` : goCommand(this.clock, job.tc, turn);
     const s = await this.engineStep(turn,
-      () => search(this.sides[turn].engine, posCmd, goCmd, job.depth ? 0 : this.clock[turn], job.stallMarginMs),
+      () => search(this.sides[turn].engine, posCmd, goCmd, job.depth ? 0 : this.clock[turn], job.stallMarginMs, !job.depth),
       (msg) => `${msg} (after "${posCmd}" / "${goCmd}")`);
     if (!s) return undefined;
     this.searches++;
-    return { ...s, turn, rootFen };
+    return { ...s, turn };
   }
 
-  // The search's pv lines go to the pv checker, for every pvSample-th search.
+  // The pv lines of every pvSample-th search are checked, before its move is
+  // played. Under a clock they go to hooks.onPv, the checker that runs apart
+  // from the engines; at a fixed depth they are checked here, on the game's
+  // own board, and kept in this.pvChecked.
   samplePvs(s) {
-    if (!this.hooks.onPv || (this.searches - 1) % (this.job.pvSample ?? 1) !== 0) return;
-    const pvLines = s.infos.filter((l) => parseInfo(l).pv?.length);
+    const sample = this.job.pvSample ?? 1;
+    if (!sample || (this.searches - 1) % sample !== 0) return;
+    const lines = s.infos.filter((l) => parseInfo(l).pv?.length);
+    if (!lines.length) return;
     const cfg = this.sides[s.turn].cfg;
-    if (pvLines.length) this.hooks.onPv({ engine: cfg.name, isVelkor: !!cfg.isVelkor, ply: this.moves.length, rootFen: s.rootFen, posCmd: s.posCmd, goCmd: s.goCmd, lines: pvLines });
+    const batch = { engine: cfg.name, isVelkor: !!cfg.isVelkor, ply: this.moves.length, posCmd: s.posCmd, goCmd: s.goCmd, lines };
+    if (this.job.depth) this.pvChecked.push(checkBatch(this.chess, this.job.gameNo, batch));
+    else this.hooks.onPv?.({ ...batch, rootFen: this.chess.fen() });
   }
 
   // Takes the search's time off the mover's clock: the whole time from
@@ -253,7 +270,7 @@ class Game {
     this.nextPeriod(c);
   }
 
-  // isready after the bestmove, as match runners do.
+  // isready after the bestmove, as match runners do under a clock.
   async syncAfterMove(c) {
     const engine = this.sides[c].engine;
     await this.engineStep(c, () => engine.sync(SYNC_TIMEOUT_MS), (msg) => `after bestmove: ${msg}`);
@@ -302,9 +319,10 @@ const engineCpu = (sides) => sides.w.engine.cpuMs?.() + sides.b.engine.cpuMs?.()
 // Plays a game. job: { gameNo, round, opening: { name, fen, moves },
 //   white, black: engine handles { engine (UciEngine), cfg: { name, isVelkor } },
 //   tc: { baseMs, incMs, moves, pgn (its text) }, depth (a fixed depth instead of clocks, or 0),
-//   maxPlies, resign: { moves, cp }, pvSample (pvs of every Nth search to hooks.onPv),
+//   maxPlies, resign: { moves, cp }, pvSample (the pvs of every Nth search checked; 0: none),
 //   stallMarginMs, event, site, date, logDir }
-// hooks.onPv(batch): receives the info lines of each sampled search for pv checking.
+// hooks.onPv(batch): receives the info lines of each sampled search for pv
+// checking under a clock; at a fixed depth the result's pvChecked holds the checks.
 // hooks.initialFailures: failures found before the game (an engine found dead).
 // hooks.transcript(): the engines' transcript, written out with a failure.
 // The caller has started both engines; this sends ucinewgame itself.
@@ -319,7 +337,7 @@ export async function playGame(job, hooks = {}) {
     if (!s) break;
     game.samplePvs(s);
     game.applyMove(s, game.chargeClock(s));
-    if (!game.end) await game.syncAfterMove(s.turn);
+    if (!game.end && !job.depth) await game.syncAfterMove(s.turn);
   }
 
   const pgn = game.pgn();
@@ -339,6 +357,7 @@ export async function playGame(job, hooks = {}) {
     pgn,
     ms: performance.now() - game.t0,
     engineCpuMs: Math.max(0, (engineCpu(sides) - cpuAtStart) || 0),
+    pvChecked: game.pvChecked,
   };
   const logFile = game.writeLog(pgn);
   if (logFile) result.logFile = logFile;

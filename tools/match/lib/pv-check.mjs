@@ -1,33 +1,20 @@
 // PV checker, run as a separate low-priority process so that replaying pvs
 // with chess.js never takes CPU time from an engine that is on the clock.
+// (Games at a fixed depth have no clock; their pvs are checked in the game.)
 // Messages in:  { type: 'batch', gameNo, batch: { engine, isVelkor, ply, rootFen, posCmd, goCmd, lines } }
 //               { type: 'flush', id }
 //               { type: 'end' }
-// Messages out: { type: 'checked', gameNo, engine, isVelkor, lines, bad: [...] }
+// Messages out: { type: 'checked', ... } (see checkBatch)
 //               { type: 'flushed', id, cpuMs } (the CPU time since the last flush)
 //               { type: 'ended' }
 
-import { checkPvs } from './referee.mjs';
+import { checkBatch } from './referee.mjs';
 
 let cpu = process.cpuUsage();
 
 process.on('message', (msg) => {
   if (msg.type === 'batch') {
-    const b = msg.batch;
-    let bad;
-    try {
-      bad = checkPvs(b.rootFen, b.lines);
-    } catch (err) {
-      bad = [{ line: `(pv check error: ${err.message})`, index: -1, move: '' }];
-    }
-    process.send({
-      type: 'checked',
-      gameNo: msg.gameNo,
-      engine: b.engine,
-      isVelkor: b.isVelkor,
-      lines: b.lines.length,
-      bad: bad.map((x) => ({ ...x, ply: b.ply, posCmd: b.posCmd, goCmd: b.goCmd, rootFen: b.rootFen })),
-    });
+    process.send(checkBatch(msg.batch.rootFen, msg.gameNo, msg.batch));
   } else if (msg.type === 'flush') {
     const used = process.cpuUsage(cpu);
     cpu = process.cpuUsage();

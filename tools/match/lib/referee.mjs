@@ -9,6 +9,7 @@ export { Chess };
 export const START_FEN = 'rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq - 0 1';
 
 const MOVE_RE = /^[a-h][1-8][a-h][1-8][qrbn]?$/;
+const FILES = 'abcdefgh';
 
 // Words that can follow a pv in an info line (Velkor prints "time", "nodes",
 // ... after the pv). Anything else after "pv" is taken as a move and must be
@@ -19,23 +20,17 @@ const INFO_KEYWORDS = new Set([
   'tbhits', 'sbhits', 'cpuload', 'string', 'refutation', 'currline', 'wdl',
 ]);
 
-// Plays one coordinate-notation move on `chess` if it is legal there.
-// Returns the chess.js Move, or null (position unchanged) when illegal.
+// Plays one coordinate-notation move on `chess` if it is legal there, as
+// chess.js's move() does (the new position counted for repetitions) but
+// without the SAN and the two FENs that move() writes for every move.
+// Returns chess.js's own record of the move ({ piece, captured, ... }), or
+// null (position unchanged) when illegal. chess.undo() takes it back.
 export function playUci(chess, token) {
-  if (typeof token !== 'string' || !MOVE_RE.test(token)) return null;
-  let mv;
-  try {
-    mv = chess.move({ from: token.slice(0, 2), to: token.slice(2, 4), promotion: token[4] });
-  } catch {
-    return null;
-  }
-  // chess.js ignores a promotion letter on a move that does not promote;
-  // in UCI "e2e4q" is not a legal move, so compare the exact text.
-  if (mv.lan !== token) {
-    chess.undo();
-    return null;
-  }
-  return mv;
+  const move = legalMove(chess, token);
+  if (!move) return null;
+  chess._makeMove(move);
+  chess._incPositionCount();
+  return move;
 }
 
 // Splits an info line into its fields of interest.
@@ -77,18 +72,19 @@ export function scoreText(score) {
   return `${v >= 0 ? '+' : ''}${v.toFixed(2)}`;
 }
 
-// Checks every pv of `lines` (info lines sent for one search) from rootFen.
+// Checks every pv of `lines` (info lines sent for one search) from `root`,
+// a FEN or a Chess at the search's root (left as it was found).
 // Lines are merged into a tree so a move shared by many pvs is played once.
 // Returns [{ line, index, move }] for each line whose pv has an illegal move
 // (index = position of the first illegal move in the pv).
-export function checkPvs(rootFen, lines) {
-  const root = { kids: new Map(), lines: [] };
+export function checkPvs(root, lines) {
+  const tree = { kids: new Map(), lines: [] };
   let any = false;
   for (const line of lines) {
     const { pv } = parseInfo(line);
     if (!pv || pv.length === 0) continue;
     any = true;
-    let node = root;
+    let node = tree;
     for (const mv of pv) {
       let kid = node.kids.get(mv);
       if (!kid) {
@@ -101,7 +97,7 @@ export function checkPvs(rootFen, lines) {
   }
   if (!any) return [];
   const bad = [];
-  const chess = new Chess(rootFen);
+  const chess = typeof root === 'string' ? new Chess(root) : root;
   const collect = (node, acc) => {
     acc.push(...node.lines);
     for (const kid of node.kids.values()) collect(kid, acc);
@@ -110,34 +106,56 @@ export function checkPvs(rootFen, lines) {
   const walk = (node, depth) => {
     for (const [mv, kid] of node.kids) {
       if (playPvMove(chess, mv)) {
-        walk(kid, depth + 1);
-        chess._undoMove();
+        try {
+          walk(kid, depth + 1);
+        } finally {
+          chess._undoMove();
+        }
       } else {
         for (const line of collect(kid, [])) bad.push({ line, index: depth, move: mv });
       }
     }
   };
-  walk(root, 0);
+  walk(tree, 0);
   return bad;
 }
 
-// A pv's move played on `chess` if it is legal there, as playUci decides but
-// at a fraction of its cost: the legal moves of the moving piece alone, and
-// none of the SAN and FEN texts that chess.js makes for every played move
-// (a game's pvs hold thousands of moves). It uses chess.js's own move list,
-// make and unmake under their internal names, pinned with the package; take
-// the move back with chess._undoMove().
-const FILES = 'abcdefgh';
-export function playPvMove(chess, token) {
-  if (typeof token !== 'string' || !MOVE_RE.test(token)) return false;
-  for (const m of chess._moves({ square: token.slice(0, 2) })) {
-    const to = `${FILES[m.to & 7]}${8 - (m.to >> 4)}`;
-    if (to === token.slice(2, 4) && m.promotion === token[4]) {
-      chess._makeMove(m);
-      return true;
-    }
+// One search's pvs checked at `root` (as checkPvs takes it), in the form the
+// match counts them: { type: 'checked', gameNo, engine, isVelkor, ply, lines
+// (how many were checked), bad: [{ line, index, move, ply, posCmd, goCmd, rootFen }] }.
+// batch: { engine, isVelkor, ply, posCmd, goCmd, lines }.
+export function checkBatch(root, gameNo, batch) {
+  let bad;
+  try {
+    bad = checkPvs(root, batch.lines);
+  } catch (err) {
+    bad = [{ line: `(pv check error: ${err.message})`, index: -1, move: '' }];
   }
-  return false;
+  const rootFen = bad.length ? (typeof root === 'string' ? root : root.fen()) : null;
+  const { engine, isVelkor, ply, posCmd, goCmd } = batch;
+  return { type: 'checked', gameNo, engine, isVelkor, ply, lines: batch.lines.length, bad: bad.map((x) => ({ ...x, ply, posCmd, goCmd, rootFen })) };
+}
+
+// The legal move of `chess` that a coordinate-notation token names, or null.
+// It looks at the legal moves of the moving piece alone, through chess.js's
+// own move generator under its internal names, pinned with the package
+// (checked against chess.js's public move list on millions of tokens); a
+// promotion letter must be there exactly when the move promotes.
+function legalMove(chess, token) {
+  if (typeof token !== 'string' || !MOVE_RE.test(token)) return null;
+  const to = token.slice(2, 4);
+  for (const m of chess._moves({ square: token.slice(0, 2) })) {
+    if (`${FILES[m.to & 7]}${8 - (m.to >> 4)}` === to && m.promotion === token[4]) return m;
+  }
+  return null;
+}
+
+// A pv's move played on `chess` if it is legal there, as playUci decides,
+// without counting the position; take it back with chess._undoMove().
+export function playPvMove(chess, token) {
+  const move = legalMove(chess, token);
+  if (move) chess._makeMove(move);
+  return move !== null;
 }
 
 // Repetition as Velkor counts it: the current position occurring for the
@@ -158,11 +176,12 @@ export function repetitionCount(keys) {
 // The rules that end a game, in the order a referee applies them.
 // Returns null while the game goes on.
 export function gameOverByRules(chess) {
-  if (chess.isCheckmate()) {
+  // isCheckmate() and isStalemate() would each list the legal moves.
+  if (chess._moves().length === 0) {
+    if (!chess.isCheck()) return { result: '1/2-1/2', reason: 'stalemate', tag: 'normal' };
     const winner = chess.turn() === 'w' ? 'b' : 'w';
     return { result: winner === 'w' ? '1-0' : '0-1', reason: 'checkmate', tag: 'normal', winner };
   }
-  if (chess.isStalemate()) return { result: '1/2-1/2', reason: 'stalemate', tag: 'normal' };
   if (chess.isInsufficientMaterial()) return { result: '1/2-1/2', reason: 'insufficient material', tag: 'normal' };
   if (chess.isThreefoldRepetition()) return { result: '1/2-1/2', reason: 'threefold repetition', tag: 'normal' };
   if (chess.isDrawByFiftyMoves()) return { result: '1/2-1/2', reason: 'fifty-move rule', tag: 'normal' };

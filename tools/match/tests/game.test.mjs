@@ -64,11 +64,23 @@ test('faults lose the game with the right reason and failure', { concurrency: tr
   })));
 });
 
-test('an illegal pv is handed to the checker, which finds its move', async () => {
-  const r = await play('badpv', 'velkor', { maxPlies: 4, depth: 1 });
-  assert.deepEqual(verdict(r), ['1/2-1/2', 'move cap of 4 plies', 'move cap', 'adjudication', 4, []]);
-  const bad = r.pvs.map((b) => [b.engine, b.ply, checkPvs(b.rootFen, b.lines).map((x) => [x.index, x.move])]);
-  assert.deepEqual(bad, [['W', 0, [[1, 'g1f3']]], ['B', 1, []], ['W', 2, [[1, 'f3g1']]], ['B', 3, []]]);
+test('an illegal pv is found: under a clock by the checker, at a fixed depth in the game', { concurrency: true }, async (t) => {
+  const want = [['W', 0, [[1, 'g1f3']]], ['B', 1, []], ['W', 2, [[1, 'f3g1']]], ['B', 3, []]];
+  const draw = ['1/2-1/2', 'move cap of 4 plies', 'move cap', 'adjudication', 4, []];
+  const clock = t.test('clock', async () => {
+    const r = await play('badpv', 'velkor', { maxPlies: 4 });
+    assert.deepEqual(verdict(r), draw);
+    assert.deepEqual(r.pvs.map((b) => [b.engine, b.ply, checkPvs(b.rootFen, b.lines).map((x) => [x.index, x.move])]), want);
+    assert.deepEqual(r.pvChecked, []);
+  });
+  const depth = t.test('depth', async () => {
+    const r = await play('badpv', 'velkor', { maxPlies: 4, depth: 1 });
+    assert.deepEqual(verdict(r), draw);
+    assert.deepEqual(r.pvs, []);
+    assert.deepEqual(r.pvChecked.map((c) => [c.engine, c.ply, c.bad.map((x) => [x.index, x.move])]), want);
+    assert.equal(r.pvChecked[0].bad[0].rootFen, 'rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq - 0 1');
+  });
+  await Promise.all([clock, depth]);
 });
 
 test('threefold repetition, its PGN read back by chess.js and positions.mjs', async () => {

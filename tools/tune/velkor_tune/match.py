@@ -28,7 +28,9 @@ HASH_MB = 16
 # quarter of the cost, and an engine that prints illegal pvs is still caught
 # within a game. `make soak` checks every one.
 TUNING_PV_SAMPLE = 4
-PER_TASK = "VELKOR_TUNE_DRIVER_PER_TASK"  # set: each task a driver of its own (bench/match.py)
+# Set to a driver command, each task runs it anew with the driver's options,
+# every pv checked, as the tuner first played: bench/match.py's baseline.
+PER_TASK = "VELKOR_TUNE_DRIVER_PER_TASK"
 RESIGN_MOVES, RESIGN_CP = 4, 1000
 
 
@@ -125,10 +127,8 @@ def play(task: dict, engine_bytes: bytes) -> dict:
     try:
         pgn, result_json = folder / "games.pgn", folder / "result.json"
         if os.environ.get(PER_TASK):
-            # A driver and engines of its own for this task alone, every pv
-            # checked, as the tuner once played every task: for the benchmark.
             args = driver_args({**task, "pv_sample": 1}, path, pgn, result_json)
-            run = subprocess.run(["node", str(DRIVER), *args], capture_output=True, text=True, timeout=3600)
+            run = subprocess.run([os.environ[PER_TASK], *args], capture_output=True, text=True, timeout=3600)
             # Exit 1 is a match with a failure of the tested side, which the JSON counts.
             if run.returncode not in (0, 1) or not result_json.exists():
                 raise RuntimeError(f"match driver exited with {run.returncode}: {run.stderr.strip()[-2000:]}")
