@@ -51,10 +51,11 @@ bool is_legal(move_t word) {
 }
 
 // Keeps a long game within the stack: no repetition reaches past the last
-// capture or pawn move (nor past 100 reversible moves, which draw by rule),
+// capture or pawn move (nor past the reversible moves that draw by rule),
 // so the entries below it can go.
 void drop_old_entries() {
-    const int keep = board.states[board.ply].rule50 < 100 ? board.states[board.ply].rule50 : 100;
+    const int rule50 = board.states[board.ply].rule50;
+    const int keep = rule50 < FIFTY_MOVE_PLIES ? rule50 : FIFTY_MOVE_PLIES;
     const int drop = board.ply - keep;
     memmove(&board.states[0], &board.states[drop], sizeof(state_t) * size_t(keep + 1));
     memset(&board.states[keep + 1], 0, sizeof(state_t) * size_t(drop));

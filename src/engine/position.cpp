@@ -13,8 +13,8 @@ board_t board;
 
 namespace {
 
-// The six fields of a FEN text, as split from it.
-constexpr size_t FEN_FIELD_SIZE = 8192;
+// The six fields of a FEN text, as split from it: each may be the whole text.
+constexpr size_t FEN_FIELD_SIZE = FEN_TEXT_SIZE;
 struct fen_t {
     char placement[FEN_FIELD_SIZE];
     char side[FEN_FIELD_SIZE];
@@ -94,7 +94,9 @@ bitboard castling_rights(const char* field) {
     bitboard word = 0;
     for (const castling_right_t& r : CASTLING_RIGHTS) {
         const side_t& side = r.squares & rank_mask(0) ? white : black;
-        bitboard king_home = r.squares & (side.is_white ? 0x10ULL : 0x1000000000000000ULL);
+        // The king's home is the square both rights of its side hold.
+        bitboard king_home =
+            side.is_white ? CASTLE_WHITE_SHORT & CASTLE_WHITE_LONG : CASTLE_BLACK_SHORT & CASTLE_BLACK_LONG;
         bool pieces_home = (side.pieces[KING] & king_home) && (side.pieces[ROOK] & (r.squares & ~king_home));
         if (strchr(field, r.letter) && pieces_home) word |= r.squares;
     }
@@ -124,7 +126,7 @@ uint64_t position_key() {
 bool is_draw() {
     if (popcount(board.occupied) == 2) return true;
     const state_t* states = board.states;
-    if (states[board.ply].rule50 > 99) return true;
+    if (states[board.ply].rule50 >= FIFTY_MOVE_PLIES) return true;
     // Every move counts rule50 one up or back to 0, so the positions since
     // the last irreversible one are the last rule50 of the stack; of those
     // only every second one has the same side to move.

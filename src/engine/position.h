@@ -2,6 +2,8 @@
 // position key, FEN loading, and playing and taking back moves.
 #pragma once
 
+#include <cstddef>
+
 #include "engine/random64.h"
 #include "engine/types.h"
 
@@ -85,10 +87,16 @@ inline int piece_on(bitboard square) {
 // The key of the current position computed from nothing.
 uint64_t position_key();
 
+// Reversible plies in a row that draw by the fifty-move rule.
+inline constexpr int FIFTY_MOVE_PLIES = 100;
+
 // Bare kings, fifty moves, or a third occurrence since the last irreversible move.
 bool is_draw();
 
 inline constexpr const char* START_FEN = "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq - 0 1";
+
+// The longest FEN text read, its terminator included.
+inline constexpr size_t FEN_TEXT_SIZE = 8192;
 
 // Loads a FEN whose form has been checked by fen_error. Text behind the sixth
 // field (a moves list) is ignored. Castling letters without their king and

@@ -11,6 +11,7 @@ namespace velkor {
 namespace {
 
 // Scratch for the text behind "position fen " and behind "moves ".
+static_assert(INPUT_SIZE <= FEN_TEXT_SIZE, "a FEN as long as a whole line is read");
 char fen_text[INPUT_SIZE];
 char moves_text[INPUT_SIZE];
 

@@ -13,7 +13,7 @@ using namespace velkor;
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz::start_once();
     const std::string text(reinterpret_cast<const char*>(data), size);
-    if (text.find('\0') != std::string::npos || size > 8191) return 0;
+    if (text.find('\0') != std::string::npos || size >= FEN_TEXT_SIZE) return 0;
     if (fen_error(text.c_str()) != nullptr) return 0;
     set_fen(text.c_str());
     char fen[128];

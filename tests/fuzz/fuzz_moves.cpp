@@ -12,7 +12,7 @@ using namespace velkor;
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz::start_once();
     std::string text(reinterpret_cast<const char*>(data), size);
-    if (text.find('\0') != std::string::npos || size > 8191) return 0;
+    if (text.find('\0') != std::string::npos || size >= FEN_TEXT_SIZE) return 0;
     const size_t newline = text.find('\n');
     if (newline != std::string::npos) {
         const std::string fen = text.substr(0, newline);

@@ -101,13 +101,25 @@ def test_expected_gene_values():
     assert pbil.consensus(certain) == genes.DEFAULT_STRING
 
 
-def test_driver_result_parsing():
-    record = match.parse(json.loads((DATA / "driver-result.json").read_text()))
+@pytest.mark.skipif(not os.access(ENGINE, os.X_OK), reason="no engine build")
+def test_the_drivers_result_read(tmp_path):
+    # Two games at depth 1 of the driver's test engine against Velkor; it
+    # crashes on its second search, which only the second game reaches.
+    fixtures = match.DRIVER.parent / "tests" / "fixtures"
+    run = subprocess.run(["node", str(match.DRIVER), "--engine", str(fixtures / "fake-uci.mjs"),
+                          "--opponents", f"base={ENGINE}", "--games", "2", "--depth", "1", "--max-plies", "6",
+                          "--openings", str(fixtures / "openings.txt"), "--seed", "7", "--random-plies", "2",
+                          "--no-compliance", "--pgn", str(tmp_path / "games.pgn"), "--json", str(tmp_path / "r.json")],
+                         env={**os.environ, "FAKE_UCI": "crash:2"}, capture_output=True, text=True, timeout=120)
+    assert run.returncode == 1, run.stderr
+    record = match.parse(json.loads((tmp_path / "r.json").read_text()))
     assert (record["wins"], record["draws"], record["losses"], record["score"]) == (0, 1, 1, 0.25)
     assert record["penta"] == [0, 1, 0, 0, 0]
     assert record["failures"] == {"crash": 1, "stall": 0, "illegal": 0, "illegalPv": 0, "timeForfeit": 0, "driver": 0}
-    assert record["base_failures"]["illegalPv"] == 1
-    assert [g["ending"] for g in record["games"]] == ["threefold repetition", "crash"]
+    assert record["base_failures"] == {"crash": 0, "stall": 0, "illegal": 0, "illegalPv": 0, "timeForfeit": 0}
+    assert [(g["white"], g["ending"], g["plies"], g["points"]) for g in record["games"]] == \
+        [("Velkor", "move cap", 6, 0.5), ("base", "crash", 5, 0)]
+    assert record["plies"] == 11
 
 
 def test_engine_refused(tmp_path, monkeypatch):
