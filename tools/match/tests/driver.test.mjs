@@ -8,7 +8,7 @@ import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { fileURLToPath } from 'node:url';
 import { parseOptions, pairOpening, UsageError } from '../match.mjs';
-import { Chess, playUci, gameOverByRules } from '../lib/referee.mjs';
+import { Chess, playUci, playPvMove, gameOverByRules } from '../lib/referee.mjs';
 
 const path = (rel) => fileURLToPath(new URL(rel, import.meta.url));
 const GENES = 'a'.repeat(84);
@@ -80,4 +80,40 @@ test('pairOpening: seeded legal plies after the line, none that would end the ga
   // White's only move takes the last black piece: no random ply at all.
   const bare = { name: 'bare', fen: '8/8/8/8/8/4k3/6r1/7K w - - 0 1', moves: [] };
   assert.deepEqual(pairOpening(bare, 4, 1, 0), { ...bare, name: 'bare +0' });
+});
+
+test('playUci and playPvMove take exactly the moves chess.js lists, in every form a token can have', () => {
+  const fens = [
+    null,
+    'r3k2r/p1ppqpb1/bn2pnp1/3PN3/1p2P3/2N2Q1p/PPPBBPPP/R3K2R w KQkq - 0 1', // castling both ways, pins
+    'r3k2r/8/8/8/8/8/8/R3K1r1 w Qkq - 0 1', // in check: no castling
+    'n1n5/PPPk4/8/8/8/8/4Kppp/5N1N b - - 0 1', // promotions, by capture too
+    'rnbqkbnr/ppp1p1pp/8/3pPp2/8/8/PPPP1PPP/RNBQKBNR w KQkq f6 0 3', // en passant
+  ];
+  const squares = [...'abcdefgh'].flatMap((f) => [...'12345678'].map((r) => f + r));
+  for (const fen of fens) {
+    const chess = fen ? new Chess(fen) : new Chess();
+    const listed = new Set(chess.moves({ verbose: true }).map((m) => m.lan));
+    const taken = new Set();
+    for (const from of squares) {
+      if (chess.get(from)?.color !== chess.turn()) continue;
+      for (const to of squares) {
+        for (const promotion of ['', 'q', 'r', 'b', 'n']) {
+          const token = from + to + promotion;
+          const before = chess.fen();
+          if (playPvMove(chess, token)) {
+            chess._undoMove();
+            assert.ok(playUci(chess, token), token);
+            assert.equal(chess.undo().lan, token);
+            taken.add(token);
+          } else {
+            assert.equal(playUci(chess, token), null, token);
+          }
+          assert.equal(chess.fen(), before, token);
+        }
+      }
+    }
+    assert.deepEqual([...taken].sort(), [...listed].sort(), fen ?? 'start');
+  }
+  assert.equal(playUci(new Chess(), 'e2e4 '), null);
 });
