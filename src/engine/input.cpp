@@ -177,6 +177,7 @@ uint64_t clock_us() {
 int input_byte() {
     if (buffer_pos == buffer_len) {
         if (input_ended) return EOF;
+        fflush(stdout);  // what was written goes out before the engine waits
         const size_t n = read_block();
         if (n == 0) {
             input_ended = true;

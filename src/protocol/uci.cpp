@@ -157,7 +157,14 @@ bool dispatch() {
 bool start_engine(int argc, char** argv) {
     printf("%s%s ('quit' to exit)\n", ENGINE_NAME, VELKOR_BUILD_NOTE);
     fflush(stdout);
+    // A line goes out whole, in one write, once it ends (a search's info line
+    // is printed in a dozen pieces), and the rest before the engine waits for
+    // input. Windows' C library has no line buffering: unbuffered there.
+#if defined(_WIN32)
     setvbuf(stdout, nullptr, _IONBF, 0);
+#else
+    setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+#endif
     __builtin_cpu_init();
     printf("info debug Support of popcnt instruction : %s\n", __builtin_cpu_supports("popcnt") ? "yes" : "no");
     if (argc == 2)

@@ -96,6 +96,8 @@ class Game {
     // replay the whole game to count them.
     this.moves = [...job.opening.moves];
     for (const mv of this.moves) playUci(this.chess, mv);
+    this.comment = ''; // the comment on the last position, made after ply commentPly
+    this.commentPly = -1;
     this.note(`opening: ${job.opening.name}${job.depth ? `; go depth ${job.depth}` : ''}`);
     // Position keys since the last capture or pawn move, for a bestmove 0000 claim.
     this.repKeys = [positionKey(this.chess)];
