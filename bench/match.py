@@ -109,8 +109,9 @@ def main():
     rows = {}
     with tempfile.TemporaryDirectory(prefix="velkor-bench-match-") as name:
         space = pathlib.Path(name)
-        subprocess.run(f"git -C {ROOT} archive {BASELINE_REVISION} tools/match | tar -x -C {space}",
-                       shell=True, check=True)
+        if subprocess.run(f"git -C {ROOT} archive {BASELINE_REVISION} tools/match | tar -x -C {space}",
+                          shell=True).returncode != 0:
+            sys.exit(f"the baseline needs revision {BASELINE_REVISION} in this clone's history")
         (space / "tools" / "match" / "node_modules").symlink_to(ROOT / "tools" / "match" / "node_modules")
         old_driver = script(space / "old-driver", OLD_DRIVER.format(driver=space / "tools" / "match" / "match.mjs"))
         log = space / "engines.log"

@@ -134,3 +134,10 @@ TEST(PositionsDeathTest, InvariantCheckCatchesABrokenBoard) {
     white.pieces[PAWN] ^= square_bit(28);
 }
 #endif
+
+// A field longer than its buffer is cut there and the rest of it counts as the
+// next field: four fields here, so it is the placement that is wrong.
+TEST(Positions, OverlongFieldIsCut) {
+    const std::string text = std::string(FEN_TEXT_SIZE, 'x') + " b c";
+    EXPECT_STREQ(fen_error(text.c_str()), "'x' is neither a piece nor a digit");
+}
