@@ -47,6 +47,7 @@ TEST(Positions, ReferenceData) {
         }
         ASSERT_EQ(reason, nullptr) << where;
         r[0] == "startpos" ? set_startpos() : set_fen(r[0].c_str());
+        check_position_invariants();  // aborts if the loaded records disagree
         std::string said;
         for (size_t i = 1; i < r.size(); ++i, ++checked) {
             std::istringstream in(r[i]);
