@@ -56,16 +56,6 @@ void find_input() {
     }
 }
 
-// A console ends each typed line with CR LF; the engine's lines end with
-// the LF alone, as a Linux terminal gives them, so the console's CR goes.
-// Pipes and files keep every byte.
-size_t drop_console_cr(size_t n) {
-    size_t kept = 0;
-    for (size_t i = 0; i < n; ++i)
-        if (storage[i] != '\r' || i + 1 == n || storage[i + 1] != '\n') storage[kept++] = storage[i];
-    return kept;
-}
-
 // One block of input into storage: its length, or 0 once the input has
 // ended. Every kind ends with an empty read or a failed one (a pipe whose
 // writer has gone fails, a console's Ctrl+Z reads as empty), so no read is
@@ -74,7 +64,7 @@ size_t read_block() {
     find_input();
     DWORD n = 0;
     if (!ReadFile(handle, storage, kind == KIND_CONSOLE ? 4096 : sizeof storage, &n, nullptr)) return 0;
-    return kind == KIND_CONSOLE ? drop_console_cr(n) : n;
+    return kind == KIND_CONSOLE ? drop_console_cr(storage, n) : n;
 }
 
 // A pipe's waiting bytes, or -1 when the pipe can't be peeked: its writer
@@ -163,6 +153,16 @@ bool system_closed() {
 #endif
 
 }  // namespace
+
+// A console ends each typed line with CR LF; the engine's lines end with
+// the LF alone, as a Linux terminal gives them, so the console's CR goes.
+// Pipes and files keep every byte.
+size_t drop_console_cr(char* bytes, size_t n) {
+    size_t kept = 0;
+    for (size_t i = 0; i < n; ++i)
+        if (bytes[i] != '\r' || i + 1 == n || bytes[i + 1] != '\n') bytes[kept++] = bytes[i];
+    return kept;
+}
 
 #if defined(_WIN32)
 uint64_t clock_us() {

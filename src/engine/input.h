@@ -18,4 +18,8 @@ bool input_pending();
 // The input has ended: an infinite search then has nobody left to stop it.
 bool input_closed();
 
+// Turns the CR LF line ends of a block read from a console into LF, in
+// place; returns the block's new length.
+size_t drop_console_cr(char* bytes, size_t n);
+
 }  // namespace velkor
