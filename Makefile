@@ -7,7 +7,7 @@ JOBS    ?= $(shell nproc 2>/dev/null || echo 2)
 RELEASE := $(BUILD)/release
 SANITIZE := $(BUILD)/sanitize
 
-.PHONY: all run test setup-test release release-pgo sanitize fuzz soak tune tune-scheduler tune-worker perft-long bench-perft bench-eval bench-search bench-match check-valgrind clean
+.PHONY: all run test test-v3 setup-test release release-pgo sanitize fuzz soak tune tune-scheduler tune-worker perft-long bench-perft bench-eval bench-search bench-match check-valgrind clean
 
 all: release
 
@@ -53,6 +53,7 @@ FUZZ_SMOKE ?= 15
 test: setup-test release sanitize
 	cd $(RELEASE) && ctest --output-on-failure -j $(JOBS)
 	cd $(SANITIZE) && ctest --output-on-failure -j $(JOBS)
+	@$(MAKE) --no-print-directory test-v3
 	bash tools/match/setup.sh
 	node --test tools/match/tests/
 	git ls-files 'src/*.cpp' 'src/*.h' 'tests/*.cpp' 'tests/*.h' 'tools/*.cpp' 'bench/*.cpp' | xargs clang-format-14 --style=file --dry-run --Werror
@@ -61,6 +62,16 @@ test: setup-test release sanitize
 	bash tests/fuzz/run.sh $(FUZZ_SMOKE)
 	node tools/match/match.mjs --engine $(RELEASE)/velkor --games 4 --tc 2+0.02 --concurrency 2 \
 		--pgn $(BUILD)/match/smoke.pgn --seed 1
+
+# The x86-64-v3 build finds sliding attacks by pext where the others
+# multiply by magics: its whole suite too, where the processor can run it.
+V3 := $(BUILD)/v3
+test-v3:
+	@if grep -qw bmi2 /proc/cpuinfo && grep -qw avx2 /proc/cpuinfo; then \
+		cmake -S . -B $(V3) -DCMAKE_BUILD_TYPE=Release -DVELKOR_ARCH=x86-64-v3 -DBUILD_TESTING=ON >/dev/null && \
+		cmake --build $(V3) -j $(JOBS) --target velkor velkor_tests && \
+		$(V3)/tests/velkor_tests --gtest_brief=1; \
+	else echo "test-v3: no BMI2 and AVX2 on this processor, so the x86-64-v3 build is not run here"; fi
 
 # Many games against glaurung, toga2 and stockfish: make soak GAMES=500 TC=2+0.02
 GAMES ?= 100

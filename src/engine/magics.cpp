@@ -160,7 +160,8 @@ int init_slider(const slider_t& p) {
     }
     for (int sq = 0; sq < 64; ++sq)
         for (int i = 0; i < (1 << (64 - p.shifts[sq])); ++i) {
-            size_t index = (occupancy[sq * p.block_size + i] * p.magics[sq]) >> p.shifts[sq];
+            const uint64_t index =
+                slider_index(occupancy[sq * p.block_size + i], p.masks[sq], p.magics[sq], p.shifts[sq]);
             p.table[sq * p.block_size + index] = attacks[sq * p.block_size + i];
         }
     free(occupancy);

@@ -74,13 +74,19 @@ std::vector<session_t> load_sessions(const std::string& folder) {
         closedir(d);
     }
     std::sort(files.begin(), files.end());
-    const char* banner = getenv("VELKOR_BANNER");  // another build's banner (the Windows one)
+    // Another build's banner (the Windows one) comes from the environment;
+    // a build for another processor level names it after the engine's name.
+#ifndef VELKOR_BUILD_NOTE
+#define VELKOR_BUILD_NOTE ""
+#endif
+    const std::string own_banner = std::string("Velkor 0.3.0 x64 (popcnt)") + VELKOR_BUILD_NOTE + " ('quit' to exit)";
+    const char* banner = getenv("VELKOR_BANNER");
     for (const std::string& file : files) {
         std::ifstream in(dir + "/" + file);
         for (std::string line; std::getline(in, line);) {
             if (line.starts_with("=== ")) {
                 sessions.push_back({file, line.substr(4), "", {}, {}, 0, 0});
-                sessions.back().expected = {banner ? banner : "Velkor 0.3.0 x64 (popcnt) ('quit' to exit)",
+                sessions.back().expected = {banner ? banner : own_banner,
                                             "info debug Support of popcnt instruction : *"};
             } else if (sessions.empty() || line.empty() || line[0] == '#') {
                 continue;
