@@ -74,6 +74,24 @@ TEST(Search, LimitCheck) {
     test::capture_stdout([] { reset_search(); });
 }
 
+// Under a clock the root is unsettled when its score falls more than 100
+// below the last iteration's; a fall of exactly 100 leaves it settled.
+TEST(Search, RootFallOfMoreThanOneHundred) {
+    test::load("k7/8/8/8/8/8/6q1/7K w - - 0 1");  // Kxg2 alone, then bare kings: 0
+    for (const int32_t last : {100, 101}) {
+        test::capture_stdout([] { tt_clear(), reset_search(); });
+        limits = {MODE_FIXED_TIME, 0, 0, 1000000};
+        search_info.start_clock = clock_us();
+        search_info.depth = 2;
+        search_info.last_score = last;
+        int32_t score = -1;
+        test::capture_stdout([&] { score = alpha_beta(0, 2, -SCORE_INF, SCORE_INF, 1, 1); });
+        EXPECT_EQ(score, 0);
+        EXPECT_EQ(search_info.root_fail, last == 101 ? 2 : 0) << last;
+    }
+    test::capture_stdout([] { reset_search(); });
+}
+
 TEST(Search, ScoreTexts) {
     for (const auto& [score, text] : {std::pair{29999, "mate 1"},
                                       {29997, "mate 2"},
