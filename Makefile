@@ -66,7 +66,7 @@ test: setup-test release sanitize
 # The x86-64-v3 build finds sliding attacks by pext where the others
 # multiply by magics: its whole suite too, where the processor can run it.
 V3 := $(BUILD)/v3
-test-v3:
+test-v3: setup-test
 	@if grep -qw bmi2 /proc/cpuinfo && grep -qw avx2 /proc/cpuinfo; then \
 		cmake -S . -B $(V3) -DCMAKE_BUILD_TYPE=Release -DVELKOR_ARCH=x86-64-v3 -DBUILD_TESTING=ON >/dev/null && \
 		cmake --build $(V3) -j $(JOBS) --target velkor velkor_tests && \
