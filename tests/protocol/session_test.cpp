@@ -24,6 +24,11 @@
 
 #include "support/support.h"
 
+// The processor level that the build names in its banner, as the engine's does.
+#ifndef VELKOR_BUILD_NOTE
+#define VELKOR_BUILD_NOTE ""
+#endif
+
 using velkor::test::AWAIT_BESTMOVE;
 using velkor::test::PAUSE;
 using velkor::test::run_engine_process;
@@ -76,9 +81,6 @@ std::vector<session_t> load_sessions(const std::string& folder) {
     std::sort(files.begin(), files.end());
     // Another build's banner (the Windows one) comes from the environment;
     // a build for another processor level names it after the engine's name.
-#ifndef VELKOR_BUILD_NOTE
-#define VELKOR_BUILD_NOTE ""
-#endif
     const std::string own_banner = std::string("Velkor 0.3.0 x64 (popcnt)") + VELKOR_BUILD_NOTE + " ('quit' to exit)";
     const char* banner = getenv("VELKOR_BANNER");
     for (const std::string& file : files) {
