@@ -39,8 +39,12 @@ void side_attacks(side_t& side) {
                       side.attacks[QUEEN] | side.attacks[KING];
 }
 
-// Squares from which each piece type hits the king, read backwards from the king.
+// Squares from which each piece type hits the king, read backwards from the
+// king; the enemy men on them give check. In single check a move other than
+// the king's must take the checker or stand between: the squares between
+// are empty then, and there are none for a knight, a pawn or a neighbour.
 void king_lines(side_t& side) {
+    const side_t& enemy = *side.opponent;
     const int k = lowest_square(side.pieces[KING]);
     side.check_squares[PAWN] = side.is_white ? white_pawn_attacks[k] : black_pawn_attacks[k];
     side.check_squares[KNIGHT] = knight_attacks[k];
@@ -48,40 +52,28 @@ void king_lines(side_t& side) {
     side.check_squares[ROOK] = rook_attacks(board.occupied, k);
     side.check_squares[QUEEN] = side.check_squares[BISHOP] | side.check_squares[ROOK];
     side.check_squares[KING] = 0;
-}
-
-// The squares between `side`'s king and the enemy sliders aimed at it, that
-// is what both ends see of the line between them. A slider with nothing
-// between adds the empty stretch, one with a single piece between adds that
-// piece's square, one with more adds nothing.
-bitboard between_set(const side_t& side) {
-    const side_t& enemy = *side.opponent;
-    const int k = lowest_square(side.pieces[KING]);
-    const bitboard aimed = ((enemy.pieces[ROOK] | enemy.pieces[QUEEN]) & rook_rays[k]) |
-                           ((enemy.pieces[BISHOP] | enemy.pieces[QUEEN]) & bishop_rays[k]);
-    bitboard between = 0;
-    for (bitboard b = aimed; b;) {
-        const bitboard line = between_squares[k][pop_square(b)];
-        const bitboard men = line & board.occupied;
-        if (men == 0)
-            between |= line;
-        else if ((men & (men - 1)) == 0)
-            between |= men;
-    }
-    return between;
-}
-
-void checks_and_pins(side_t& side, bitboard own_between, bitboard enemy_between) {
-    const side_t& enemy = *side.opponent;
     // The queen's squares are the bishop's and the rook's together.
     const bitboard checkers = (side.check_squares[PAWN] & enemy.pieces[PAWN]) |
                               (side.check_squares[KNIGHT] & enemy.pieces[KNIGHT]) |
                               (side.check_squares[BISHOP] & (enemy.pieces[BISHOP] | enemy.pieces[QUEEN])) |
                               (side.check_squares[ROOK] & (enemy.pieces[ROOK] | enemy.pieces[QUEEN]));
     side.checkers = checkers;
-    side.pinned = side.pieces[0] & own_between;
-    side.discoverers = side.pieces[0] & enemy_between;
-    side.evasions = popcount(checkers) == 1 ? (own_between & ~board.occupied) | checkers : ~bitboard(0);
+    side.evasions = popcount(checkers) == 1 ? between_squares[k][lowest_square(checkers)] | checkers : ~bitboard(0);
+}
+
+// The men that stand alone between `side`'s king and an enemy slider aimed
+// at it, of either colour: our pinned men and the enemy's discoverers.
+bitboard lone_between(const side_t& side) {
+    const side_t& enemy = *side.opponent;
+    const int k = lowest_square(side.pieces[KING]);
+    const bitboard aimed = ((enemy.pieces[ROOK] | enemy.pieces[QUEEN]) & rook_rays[k]) |
+                           ((enemy.pieces[BISHOP] | enemy.pieces[QUEEN]) & bishop_rays[k]);
+    bitboard lone = 0;
+    for (bitboard b = aimed; b;) {
+        const bitboard men = between_squares[k][pop_square(b)] & board.occupied;
+        if (men && (men & (men - 1)) == 0) lone |= men;
+    }
+    return lone;
 }
 
 }  // namespace
@@ -91,12 +83,22 @@ void update_attacks() {
     side_attacks(black);
 }
 
-void update_checks() {
+void update_pins() {
+    const bitboard white_lone = lone_between(white), black_lone = lone_between(black);
+    white.pinned = white.pieces[0] & white_lone;
+    white.discoverers = white.pieces[0] & black_lone;
+    black.pinned = black.pieces[0] & black_lone;
+    black.discoverers = black.pieces[0] & white_lone;
+}
+
+void update_check_lines() {
     king_lines(white);
     king_lines(black);
-    const bitboard white_between = between_set(white), black_between = between_set(black);
-    checks_and_pins(white, white_between, black_between);
-    checks_and_pins(black, black_between, white_between);
+}
+
+void update_checks() {
+    update_check_lines();
+    update_pins();
 }
 
 bool attacked_by(const side_t& by, bitboard occupied, int square, bool target_white) {

@@ -18,7 +18,11 @@ inline bool on_line(int a, int b, int c) { return (line_bits[a] & line_bits[b] &
 // loops copy it to a local cursor, since a store of a word may otherwise be
 // taken to change the fields read next. A counting pass (perft's last level)
 // only counts: the words it would build are never looked at.
-template <bool Count>
+enum : int { LIST_ALL, LIST_CAPTURES, COUNT_ALL };
+template <int Kind>
+inline constexpr bool Counting = Kind == COUNT_ALL;
+
+template <int Kind>
 struct gen_t {
     move_t* end;
     int count;
@@ -38,7 +42,7 @@ struct gen_t {
     }
 
     void add(move_t word) {
-        if constexpr (Count)
+        if constexpr (Counting<Kind>)
             ++count;
         else
             *end++ = word;
@@ -52,8 +56,8 @@ inline int rank_in(bitboard set, int square) { return popcount(set & (square_bit
 // and discovered checks. A pinned piece keeps the targets on its line. The
 // words are written plain first, by ascending target; captures and checks
 // are few, and each then marks its own word, found by its place in the set.
-template <bool Count>
-inline void build(gen_t<Count>& g, int piece, int from, bitboard targets) {
+template <int Kind>
+inline void build(gen_t<Kind>& g, int piece, int from, bitboard targets) {
     if (!targets) return;
     const bitboard from_bit = square_bit(from);
     if (g.side->pinned & from_bit)
@@ -61,8 +65,24 @@ inline void build(gen_t<Count>& g, int piece, int from, bitboard targets) {
             const int to = pop_square(b);
             if (!on_line(from, g.king, to)) targets ^= square_bit(to);
         }
-    if constexpr (Count) {
+    if constexpr (Counting<Kind>) {
         g.count += popcount(targets);
+        return;
+    }
+    if constexpr (Kind == LIST_CAPTURES) {
+        // Every target holds an enemy man, and checks are common among
+        // captures: each word is made whole in one pass.
+        move_t* out = g.end;
+        const move_t base = make_word(from, 0, piece);
+        const bitboard checks = g.enemy->check_squares[piece];
+        const bool discoverer = g.side->discoverers & from_bit;
+        for (bitboard b = targets; b;) {
+            const int to = pop_square(b);
+            move_t word = base | move_t(to) | g.captured_on(to) << 17 | move_t((checks >> to) & 1) << 28;
+            if (discoverer && !on_line(from, g.enemy_king, to)) word |= MOVE_DISCOVERED;
+            *out++ = word;
+        }
+        g.end = out;
         return;
     }
     move_t* const first = g.end;
@@ -80,8 +100,8 @@ inline void build(gen_t<Count>& g, int piece, int from, bitboard targets) {
             if (!on_line(from, g.enemy_king, move_to(*word))) *word |= MOVE_DISCOVERED;
 }
 
-template <bool Count>
-void castling_moves(gen_t<Count>& g) {
+template <int Kind>
+void castling_moves(gen_t<Kind>& g) {
     const bitboard c = board.states[board.ply].castling;
     const int k = g.king;
     if (!(c & square_bit(k))) return;
@@ -101,8 +121,8 @@ void castling_moves(gen_t<Count>& g) {
     }
 }
 
-template <bool Count>
-void promotions(gen_t<Count>& g) {
+template <int Kind>
+void promotions(gen_t<Kind>& g) {
     const side_t& side = *g.side;
     const bool white_side = side.is_white;
     const bitboard enemy_king = square_bit(g.enemy_king);
@@ -130,8 +150,8 @@ void promotions(gen_t<Count>& g) {
 }
 
 // En passant lifts two pawns off their lines at once, so it is tried on the board.
-template <bool Count>
-void en_passant_captures(gen_t<Count>& g) {
+template <int Kind>
+void en_passant_captures(gen_t<Kind>& g) {
     const bitboard p = board.states[board.ply].en_passant;
     if (!p) return;
     const int to = lowest_square(p);
@@ -148,8 +168,8 @@ void en_passant_captures(gen_t<Count>& g) {
 
 // Only the pawns with a move onto the target are visited; they are found
 // for all pawns at once, from the target back to the pawns.
-template <bool Count>
-void pawn_moves(gen_t<Count>& g, bitboard target) {
+template <int Kind>
+void pawn_moves(gen_t<Kind>& g, bitboard target) {
     const side_t& side = *g.side;
     const bool white_side = side.is_white;
     const bitboard empty = ~g.occupied;
@@ -174,8 +194,8 @@ void pawn_moves(gen_t<Count>& g, bitboard target) {
 }
 
 // Their attack sets on the present occupancy are those that update_attacks found.
-template <bool Count>
-void piece_moves(gen_t<Count>& g, bitboard target) {
+template <int Kind>
+void piece_moves(gen_t<Kind>& g, bitboard target) {
     const side_t& side = *g.side;
     for (int piece = KNIGHT; piece <= QUEEN; ++piece)
         for (bitboard b = side.pieces[piece]; b;) {
@@ -185,8 +205,8 @@ void piece_moves(gen_t<Count>& g, bitboard target) {
 }
 
 // The king may not step onto an attacked square, nor back along a checking ray.
-template <bool Count>
-void king_moves(gen_t<Count>& g, bitboard target) {
+template <int Kind>
+void king_moves(gen_t<Kind>& g, bitboard target) {
     const side_t& enemy = *g.enemy;
     bitboard danger = enemy.attacks[0];
     if (g.side->checkers) {
@@ -202,9 +222,10 @@ void king_moves(gen_t<Count>& g, bitboard target) {
 
 // The fixed order: castling, promotions, en passant, other pawn moves,
 // pieces, king. In double check only the king moves.
-template <bool Count>
-int generate(move_t* list, uint32_t mode) {
-    gen_t<Count> g;
+template <int Kind>
+int generate(move_t* list) {
+    constexpr bool all = Kind != LIST_CAPTURES;
+    gen_t<Kind> g;
     g.end = list;
     g.count = 0;
     g.side = board.turn;
@@ -216,9 +237,9 @@ int generate(move_t* list, uint32_t mode) {
     g.code_planes[0] = enemy[PAWN] | enemy[BISHOP] | enemy[QUEEN];
     g.code_planes[1] = enemy[KNIGHT] | enemy[BISHOP] | enemy[KING];
     g.code_planes[2] = enemy[ROOK] | enemy[QUEEN] | enemy[KING];
-    const bitboard target = mode == GENERATE_ALL ? ~g.side->pieces[0] : g.enemy->pieces[0];
+    const bitboard target = all ? ~g.side->pieces[0] : g.enemy->pieces[0];
 
-    if (mode == GENERATE_ALL && !g.side->checkers) castling_moves(g);
+    if (all && !g.side->checkers) castling_moves(g);
     if (popcount(g.side->checkers) < 2) {
         promotions(g);
         en_passant_captures(g);
@@ -226,22 +247,23 @@ int generate(move_t* list, uint32_t mode) {
         piece_moves(g, target & g.side->evasions);
     }
     king_moves(g, target);
-    return Count ? g.count : int(g.end - list);
+    return Counting<Kind> ? g.count : int(g.end - list);
 }
 
 }  // namespace
 
 int generate_moves(int ply, uint32_t mode) {
     assert(ply < MAX_DEPTH && "depth < MAX_DEPTH");
-    return generate<false>(move_lists[ply], mode);
+    return mode == GENERATE_ALL ? generate<LIST_ALL>(move_lists[ply]) : generate<LIST_CAPTURES>(move_lists[ply]);
 }
 
-int count_moves() { return generate<true>(nullptr, GENERATE_ALL); }
+int count_moves() { return generate<COUNT_ALL>(nullptr); }
 
-bool has_legal_move() {
+bool has_legal_move(bool in_check) {
     const side_t& side = *board.turn;
     const int king = lowest_square(side.pieces[KING]);
-    if (!side.checkers && (king_attacks[king] & ~side.pieces[0] & ~side.opponent->attacks[0])) return true;
+    if (!in_check && (king_attacks[king] & ~side.pieces[0] & ~side.opponent->attacks[0])) return true;
+    update_check_lines();
     return count_moves() != 0;
 }
 

@@ -19,6 +19,12 @@ extern bitboard piece_attacks[64];
 void update_attacks();
 void update_checks();
 
+// The two halves of update_checks, for the search, whose many nodes that
+// end at their static score need only the first: pinned and discoverers,
+// then check_squares, checkers and evasions.
+void update_pins();
+void update_check_lines();
+
 // Whether a piece of `by` other than its king attacks the square, on the
 // given occupancy; `target_white` is the colour of the side standing there.
 bool attacked_by(const side_t& by, bitboard occupied, int square, bool target_white);
@@ -36,8 +42,10 @@ int generate_moves(int ply, uint32_t mode);
 int count_moves();
 
 // Whether generate_moves(ply, GENERATE_ALL) would list any move: mostly a
-// free square for the king, else a count.
-bool has_legal_move();
+// free square for the king, else a count. It needs update_pins and
+// update_attacks, and brings the check lines up to date itself when it
+// has to count.
+bool has_legal_move(bool in_check);
 
 // Leaf count of the legal move tree below the current position, with a line
 // per root move and a closing line with time and speed.

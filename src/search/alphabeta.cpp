@@ -172,15 +172,16 @@ int32_t alpha_beta(int ply, int depth_limit, int32_t alpha, int32_t beta, int ch
     int32_t static_score = 0;
     bool static_cut = false, any_move = false;
     const auto prepare = [&] {
-        update_checks();
+        update_pins();
         update_attacks();
         if (may_cut) {
             static_score = evaluate() - 25 * depth * popcount(turn.pieces[0] & opponent.attacks[0]);
             static_cut = static_score >= beta;
         }
         if (static_cut) {
-            any_move = has_legal_move();
+            any_move = has_legal_move(false);  // null_ok: not in check
         } else {
+            update_check_lines();
             if (tt_maybe_stored(key)) tt_prefetch(key);
             count = generate_moves(ply, GENERATE_ALL);
             any_move = count != 0;

@@ -75,17 +75,20 @@ int32_t quiesce(int ply, int32_t alpha, int32_t beta, int check_flags) {
     if ((search_info.nodes & LIMIT_CHECK_MASK) == LIMIT_CHECK_MASK) check_limits();
     if (search_info.stop) return 0;
     if (is_draw()) return 0;
-    update_checks();
+    // The check lines serve only the generator: a node that stands pat never needs them.
+    update_pins();
     update_attacks();
     int32_t best = alpha, base = 0;
     int count;
     if (check_flags) {
+        update_check_lines();
         count = generate_moves(ply, GENERATE_ALL);
         if (count == 0) return ply - MATE;
     } else {
         const int32_t static_score = evaluate();
         best = std::max(alpha, static_score);
         if (best >= beta) return best;
+        update_check_lines();
         count = generate_moves(ply, GENERATE_CAPTURES);
         if (count == 0) return best;
         base = static_score + 200;

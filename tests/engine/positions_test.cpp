@@ -100,7 +100,7 @@ TEST(Positions, RandomGameInvariants) {
         ASSERT_EQ(board.states[board.ply].key, position_key());
         seen.emplace_back(fen(), board.states[board.ply].key);
         ASSERT_EQ(count_moves(), n);
-        ASSERT_EQ(has_legal_move(), n != 0);
+        ASSERT_EQ(has_legal_move(board.turn->checkers != 0), n != 0);
         if (!board.turn->checkers) {
             std::vector<move_t> expected;
             for (int i = 0; i < n; ++i)
