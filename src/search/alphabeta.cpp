@@ -58,37 +58,37 @@ struct selector_t {
     move_t* list;
     uint64_t* keys;
     int count;
-    move_t killer_1, killer_2;        // marked on their words as the keys are first made
-    uint64_t made_at = ~uint64_t(0);  // history_changes when the keys were made
-    bool beyond_keys = false;         // a history of 2^31 or more: order by the tests
-    int keyed_end = 0;                // the words with a sort key are those before it
+    move_t killer_1, killer_2;        // marked on their words as they are gathered
+    int keyed_end = -1;               // the words with a sort key are those before it; -1 before the gathering
+    uint64_t made_at = ~uint64_t(0);  // history_changes when the keys of the plain quiet words were made
+    bool beyond_keys = false;         // a history of 2^31 or more among them: order by the tests
 
-    // Swaps the best word from `first` on to `first`.
+    // Swaps the best word from `first` on to `first`. The keys of the words
+    // with a sort key never change; those of the plain quiet words follow
+    // the history, and are made only once the search gets to them.
     void select(int first) {
-        if (made_at != history_changes) {
-            uint64_t seen = 0;
+        if (keyed_end < 0) {
             int front = first;
             for (int j = first; j < count; ++j) {
                 // A word with a sort key trades places with the first plain
                 // one, by conditional moves: whether it has one is a guess.
                 const move_t w = list[j] | killer_bits(list[j], killer_1, killer_2), f = list[front];
-                const uint64_t k = order_key(w);
-                keys[j] = k;  // so that the front's key is a made one, if the front is j
-                const uint64_t fk = keys[front];
                 const bool keyed = sort_key(w) != 0;
-                seen |= k;
-                keys[j] = keyed ? fk : k;
                 list[j] = keyed ? f : w;
-                keys[front] = keyed ? k : fk;
                 list[front] = keyed ? w : f;
                 front += keyed;
             }
             keyed_end = front;
+            for (int j = first; j < front; ++j) keys[j] = order_key(list[j]);
+        }
+        if (first >= keyed_end && made_at != history_changes) {
+            uint64_t seen = 0;
+            for (int j = first; j < count; ++j) seen |= keys[j] = order_key(list[j]);
             beyond_keys = (seen & KEY_HISTORY_TOP) != 0;
             made_at = history_changes;
         }
         int top = first;
-        if (beyond_keys) {
+        if (first >= keyed_end && beyond_keys) {
             for (int j = first + 1; j < count; ++j)
                 if (better(list[j], list[top])) top = j;
         } else {
