@@ -2,7 +2,7 @@
 # The bench command's speed against the build of a reference commit, side by
 # side, and beside it Debian's ethereal-chess searching the same positions for
 # the same time each.
-# Usage: bench/search.sh [path/to/velkor]   (REF=commit RUNS=n to change them)
+# Usage: bench/search.sh [path/to/velkor]   (REF=commit RUNS=n CPU=n to change them)
 set -euo pipefail
 VELKOR=${1:-build/release/velkor}
 REF=${REF:-e7ebd35}
@@ -26,13 +26,20 @@ REFERENCE=$REFDIR/build/velkor
 
 [ -x "$ETHEREAL" ] || bash "$ROOT/tools/setup.sh" search-bench
 
+# Both binaries run on one and the same processor: on a virtual machine the
+# processors need not be equally fast (here one ran the bench 10-30 % slower
+# than the other, whichever binary it was), and the scheduler picks either.
+# CPU=n names another one; taskset missing, they run where they fall.
+pin=()
+if command -v taskset >/dev/null; then pin=(taskset -c "${CPU:-0}"); fi
+
 tmp=$(mktemp -d)
 trap 'rm -rf "$tmp"' EXIT
 bench_ms() { awk '/ nodes in / { print $4 }' "$1"; }
 # Nothing after bench on its input: a waiting line would stop the search.
 for r in $(seq "$RUNS"); do
-    printf 'bench\n' | "$VELKOR" >"$tmp/new.$r"
-    printf 'bench\n' | "$REFERENCE" >"$tmp/ref.$r"
+    printf 'bench\n' | "${pin[@]}" "$VELKOR" >"$tmp/new.$r"
+    printf 'bench\n' | "${pin[@]}" "$REFERENCE" >"$tmp/ref.$r"
 done
 best() {  # prefix -> the file of the fastest run
     for r in $(seq "$RUNS"); do echo "$(bench_ms "$tmp/$1.$r") $tmp/$1.$r"; done | sort -n | head -n 1 | cut -d' ' -f2
