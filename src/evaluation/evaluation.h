@@ -48,8 +48,8 @@ inline constexpr int32_t WIN_BONUS = 10000;
 // Passed-pawn bonus by the number of squares ahead of the pawn on its file.
 inline constexpr int32_t passed_bonus[8] = {0, 275, 150, 75, 50, 25, 0, 0};
 
-// The score for the side to move. The attack maps must be current
-// (update_checks, then update_attacks).
+// The score for the side to move. The attack maps and the pins must be
+// current (update_checks or update_pins, then update_attacks).
 int32_t evaluate();
 
 int32_t material_balance();

@@ -23,6 +23,9 @@ TEST(Search, ReferenceData) {
             const std::string at = r[0] + " ; " + r[i];
             if (op == "go") {
                 test::capture_stdout([] { tt_clear(), reset_search(); });
+                uint32_t step = 0;
+                if (in >> step)
+                    for (uint32_t i = 0; i < 8 * 64; ++i) history[i] = i * step;
                 limits.mode = MODE_DEPTH;
                 limits.depth = std::stoi(text);
                 const std::string out = test::capture_stdout(run_search);
