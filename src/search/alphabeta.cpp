@@ -40,8 +40,9 @@ inline uint64_t order_key(move_t word) {
 }
 constexpr uint64_t KEY_HISTORY_TOP = uint64_t(1) << (31 + 18);  // bit 31 of a history in order_key
 
-// The keys of the words of a list below the root, kept beside it; they hold
-// while no history counter has changed since they were made.
+// The keys of the words of a list below the root, kept beside it. Those of
+// the plain quiet moves hold while no history counter has changed since
+// they were made.
 uint64_t order_keys[MAX_DEPTH][MAX_MOVES];
 uint64_t history_changes = 0;
 
@@ -52,7 +53,7 @@ inline move_t killer_bits(move_t word, move_t killer_1, move_t killer_2) {
 
 // Moves a node below the root through its list, best first. The words
 // with a sort key rank above every plain quiet move whatever the history,
-// so they are gathered in front when the keys are made, and a selection
+// so they are gathered in front at the first selection, and a selection
 // scans only them while any is left.
 struct selector_t {
     move_t* list;
