@@ -40,11 +40,8 @@ void side_attacks(side_t& side) {
 }
 
 // Squares from which each piece type hits the king, read backwards from the
-// king; the enemy men on them give check. In single check a move other than
-// the king's must take the checker or stand between: the squares between
-// are empty then, and there are none for a knight, a pawn or a neighbour.
+// king; the queen's are the bishop's and the rook's together.
 void king_lines(side_t& side) {
-    const side_t& enemy = *side.opponent;
     const int k = lowest_square(side.pieces[KING]);
     side.check_squares[PAWN] = side.is_white ? white_pawn_attacks[k] : black_pawn_attacks[k];
     side.check_squares[KNIGHT] = knight_attacks[k];
@@ -52,7 +49,15 @@ void king_lines(side_t& side) {
     side.check_squares[ROOK] = rook_attacks(board.occupied, k);
     side.check_squares[QUEEN] = side.check_squares[BISHOP] | side.check_squares[ROOK];
     side.check_squares[KING] = 0;
-    // The queen's squares are the bishop's and the rook's together.
+}
+
+// The enemy men on the king's lines give check. In single check a move
+// other than the king's must take the checker or stand between: the squares
+// between are empty then, and there are none for a knight, a pawn or a
+// neighbour.
+void find_checkers(side_t& side) {
+    const side_t& enemy = *side.opponent;
+    const int k = lowest_square(side.pieces[KING]);
     const bitboard checkers = (side.check_squares[PAWN] & enemy.pieces[PAWN]) |
                               (side.check_squares[KNIGHT] & enemy.pieces[KNIGHT]) |
                               (side.check_squares[BISHOP] & (enemy.pieces[BISHOP] | enemy.pieces[QUEEN])) |
@@ -91,13 +96,27 @@ void update_pins() {
     black.discoverers = black.pieces[0] & white_lone;
 }
 
-void update_check_lines() {
-    king_lines(white);
-    king_lines(black);
+void update_checkers(bool in_check) {
+    side_t& side = *board.turn;
+    if (in_check) {
+        king_lines(side);
+        find_checkers(side);
+    } else {
+        side.checkers = 0;
+        side.evasions = ~bitboard(0);
+    }
+}
+
+void update_check_lines(bool in_check) {
+    king_lines(*board.turn->opponent);
+    update_checkers(in_check);
 }
 
 void update_checks() {
-    update_check_lines();
+    for (side_t* side : {&white, &black}) {
+        king_lines(*side);
+        find_checkers(*side);
+    }
     update_pins();
 }
 

@@ -263,7 +263,7 @@ bool has_legal_move(bool in_check) {
     const side_t& side = *board.turn;
     const int king = lowest_square(side.pieces[KING]);
     if (!in_check && (king_attacks[king] & ~side.pieces[0] & ~side.opponent->attacks[0])) return true;
-    update_check_lines();
+    update_checkers(in_check);
     return count_moves() != 0;
 }
 

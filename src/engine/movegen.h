@@ -19,11 +19,16 @@ extern bitboard piece_attacks[64];
 void update_attacks();
 void update_checks();
 
-// The two halves of update_checks, for the search, whose many nodes that
-// end at their static score need only the first: pinned and discoverers,
-// then check_squares, checkers and evasions.
+// The parts of update_checks that the search needs, for its many nodes that
+// end at their static score need only the first: pinned and discoverers of
+// both sides. A generator for the side to move needs the others: our
+// checkers and evasions, which take no lookup when the caller knows that we
+// are not in check, and for the check marks of its words the opponent's
+// check_squares (where our men give check). The other side's checkers and
+// evasions and our own check_squares are left as they were.
 void update_pins();
-void update_check_lines();
+void update_checkers(bool in_check);
+void update_check_lines(bool in_check);  // update_checkers and the opponent's check_squares
 
 // Whether a piece of `by` other than its king attacks the square, on the
 // given occupancy; `target_white` is the colour of the side standing there.
@@ -43,8 +48,7 @@ int count_moves();
 
 // Whether generate_moves(ply, GENERATE_ALL) would list any move: mostly a
 // free square for the king, else a count. It needs update_pins and
-// update_attacks, and brings the check lines up to date itself when it
-// has to count.
+// update_attacks, and runs update_checkers itself when it has to count.
 bool has_legal_move(bool in_check);
 
 // Leaf count of the legal move tree below the current position, with a line

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cassert>
 #include <cstdlib>
 
 #include "engine/engine.h"
@@ -146,6 +147,8 @@ int32_t alpha_beta(int ply, int depth_limit, int32_t alpha, int32_t beta, int ch
     if ((search_info.nodes & LIMIT_CHECK_MASK) == LIMIT_CHECK_MASK) check_limits();
     if (search_info.stop) return 0;
     if (is_draw()) return 0;
+    // The generator's check marks tell exactly whether the mover gave check.
+    assert((check_flags != 0) == (is_king_attacked(board.turn) != 0));
 
     // Step 2. The table answers for this iteration's own results. Its bucket
     // is nearly always far away in memory, and most nodes never need it:
@@ -182,7 +185,7 @@ int32_t alpha_beta(int ply, int depth_limit, int32_t alpha, int32_t beta, int ch
         if (static_cut) {
             any_move = has_legal_move(false);  // null_ok: not in check
         } else {
-            update_check_lines();
+            update_check_lines(check_flags != 0);
             if (tt_maybe_stored(key)) tt_prefetch(key);
             count = generate_moves(ply, GENERATE_ALL);
             any_move = count != 0;

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cassert>
 
 #include "engine/engine.h"
 #include "evaluation/evaluation.h"
@@ -75,20 +76,21 @@ int32_t quiesce(int ply, int32_t alpha, int32_t beta, int check_flags) {
     if ((search_info.nodes & LIMIT_CHECK_MASK) == LIMIT_CHECK_MASK) check_limits();
     if (search_info.stop) return 0;
     if (is_draw()) return 0;
+    assert((check_flags != 0) == (is_king_attacked(board.turn) != 0));
     // The check lines serve only the generator: a node that stands pat never needs them.
     update_pins();
     update_attacks();
     int32_t best = alpha, base = 0;
     int count;
     if (check_flags) {
-        update_check_lines();
+        update_check_lines(true);
         count = generate_moves(ply, GENERATE_ALL);
         if (count == 0) return ply - MATE;
     } else {
         const int32_t static_score = evaluate();
         best = std::max(alpha, static_score);
         if (best >= beta) return best;
-        update_check_lines();
+        update_check_lines(false);
         count = generate_moves(ply, GENERATE_CAPTURES);
         if (count == 0) return best;
         base = static_score + 200;
