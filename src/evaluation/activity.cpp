@@ -5,12 +5,15 @@ namespace velkor {
 
 namespace {
 
-// The value of the men of `owner` that stand in the set; kings count 0.
+// The value of the men of `owner` that stand in the set; kings count 0, and
+// knights and bishops are counted together.
 int32_t value_of(const side_t& owner, bitboard set) {
+    static_assert(piece_value[KNIGHT] == piece_value[BISHOP]);
     if (!set) return 0;
-    int32_t value = 0;
-    for (int piece = PAWN; piece <= QUEEN; ++piece) value += piece_value[piece] * popcount(set & owner.pieces[piece]);
-    return value;
+    return piece_value[PAWN] * popcount(set & owner.pieces[PAWN]) +
+           piece_value[KNIGHT] * popcount(set & (owner.pieces[KNIGHT] | owner.pieces[BISHOP])) +
+           piece_value[ROOK] * popcount(set & owner.pieces[ROOK]) +
+           piece_value[QUEEN] * popcount(set & owner.pieces[QUEEN]);
 }
 
 }  // namespace
@@ -24,7 +27,9 @@ int32_t activity_score(const side_t& side) {
     const bitboard ring = king_attacks[k];
     int32_t score = 0;
     if (white.piece_material == 0 || black.piece_material == 0) score += centre_weight[k];
-    for (int piece = PAWN; piece <= KING; ++piece) score += genes[GENE_MOBILITY] * popcount(side.attacks[piece] & safe);
+    int mobility = 0;
+    for (int piece = PAWN; piece <= KING; ++piece) mobility += popcount(side.attacks[piece] & safe);
+    score += genes[GENE_MOBILITY] * mobility;
     score += genes[GENE_PAWN_CHAIN] * popcount(side.attacks[PAWN] & side.pieces[PAWN]);
     // Both divisions are skipped when nothing is summed, as they mostly are.
     const int32_t hanging = value_of(enemy, side.attacks[0] & enemy.pieces[0] & safe);

