@@ -38,7 +38,10 @@ bool setoption() {
     return true;
 }
 
+// UCI has a GUI ask this before its first search and after a new Hash size:
+// the table is made resident then, in case no ucinewgame cleared it.
 bool isready() {
+    tt_make_resident();
     printf("readyok\n");
     return true;
 }
