@@ -25,7 +25,7 @@ void update_checks();
 // checkers and evasions, which take no lookup when the caller knows that we
 // are not in check, and for the check marks of its words the opponent's
 // check_squares (where our men give check). The other side's checkers and
-// evasions and our own check_squares are left as they were.
+// evasions, and out of check our own check_squares, are left as they were.
 void update_pins();
 void update_checkers(bool in_check);
 void update_check_lines(bool in_check);  // update_checkers and the opponent's check_squares
