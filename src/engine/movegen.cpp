@@ -53,9 +53,10 @@ struct gen_t {
 inline int rank_in(bitboard set, int square) { return popcount(set & (square_bit(square) - 1)); }
 
 // Turns the targets of one piece into complete words: pins, captures, direct
-// and discovered checks. A pinned piece keeps the targets on its line. The
-// words are written plain first, by ascending target; captures and checks
-// are few, and each then marks its own word, found by its place in the set.
+// and discovered checks. A pinned piece keeps the targets on its line. In a
+// full list the words are written plain first, by ascending target; captures
+// and checks are few, and each then marks its own word, found by its place
+// in the set. A capture list makes each word whole at once.
 template <int Kind>
 inline void build(gen_t<Kind>& g, int piece, int from, bitboard targets) {
     if (!targets) return;
