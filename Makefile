@@ -7,7 +7,7 @@ JOBS    ?= $(shell nproc 2>/dev/null || echo 2)
 RELEASE := $(BUILD)/release
 SANITIZE := $(BUILD)/sanitize
 
-.PHONY: all run test test-v3 setup-test release release-pgo sanitize fuzz soak tune tune-scheduler tune-worker perft-long bench-perft bench-eval bench-search bench-match check-valgrind clean
+.PHONY: all run test test-v3 setup-test setup-js lint-js release release-pgo sanitize fuzz soak tune tune-scheduler tune-worker perft-long bench-perft bench-eval bench-search bench-match check-valgrind clean
 
 all: release
 
@@ -41,6 +41,15 @@ release-pgo:
 setup-test:
 	@bash tools/setup.sh test
 
+# The project's JavaScript tools (the linter, the client that drives Debian's
+# chromium), pinned in package-lock.json; installed again when the lock changes.
+setup-js:
+	@bash tools/setup.sh node
+	@[ node_modules/.package-lock.json -nt package-lock.json ] || npm ci --no-audit --no-fund --loglevel=error
+
+lint-js: setup-js
+	npx --no-install eslint .
+
 # The engine alone, without the test programs.
 run:
 	@bash tools/setup.sh build
@@ -56,6 +65,7 @@ test: setup-test release sanitize
 	@$(MAKE) --no-print-directory test-v3
 	bash tools/match/setup.sh
 	node --test tools/match/tests/
+	@$(MAKE) --no-print-directory lint-js
 	git ls-files 'src/*.cpp' 'src/*.h' 'tests/*.cpp' 'tests/*.h' 'tools/*.cpp' 'bench/*.cpp' | xargs clang-format-14 --style=file --dry-run --Werror
 	/usr/bin/python3 -m pyflakes tools/tune bench/match.py
 	cd tools/tune && VELKOR_ENGINE=$(abspath $(RELEASE))/velkor /usr/bin/python3 -m pytest -q
