@@ -1,7 +1,7 @@
 // Standard input, read in blocks from the system, and the tests for waiting
 // input. Linux reads descriptor 0. Windows reads the standard input handle,
 // whatever it is: the anonymous pipe a GUI starts its engine with, a
-// console, or a file.
+// console, or a file. WebAssembly reads what its host hands it.
 #if defined(_WIN32)
 #define WIN32_LEAN_AND_MEAN
 #define NOMINMAX
@@ -127,6 +127,22 @@ bool system_closed() {
         default: return false;
     }
 }
+
+#elif defined(__EMSCRIPTEN__)
+
+// WebAssembly: the host (the Node entry, or the page's worker) hands the
+// engine its input through the functions of web/engine/input.js. A read
+// waits for the host's next lines; the pending test now and then lets the
+// host's event loop run, which is when a stop can arrive.
+extern "C" {
+int velkor_read_input(char* bytes, int size);
+int velkor_input_waiting();
+int velkor_input_ended();
+}
+
+size_t read_block() { return size_t(velkor_read_input(storage, int(sizeof storage))); }
+bool system_pending() { return velkor_input_waiting() != 0; }
+bool system_closed() { return velkor_input_ended() != 0; }
 
 #else
 

@@ -157,6 +157,20 @@ bool dispatch() {
 #define VELKOR_BUILD_NOTE ""
 #endif
 
+namespace {
+
+// WebAssembly counts bits with an instruction of its own on every machine.
+bool popcnt_supported() {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("popcnt");
+#else
+    return true;
+#endif
+}
+
+}  // namespace
+
 bool start_engine(int argc, char** argv) {
     printf("%s%s ('quit' to exit)\n", ENGINE_NAME, VELKOR_BUILD_NOTE);
     fflush(stdout);
@@ -168,8 +182,7 @@ bool start_engine(int argc, char** argv) {
 #else
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
 #endif
-    __builtin_cpu_init();
-    printf("info debug Support of popcnt instruction : %s\n", __builtin_cpu_supports("popcnt") ? "yes" : "no");
+    printf("info debug Support of popcnt instruction : %s\n", popcnt_supported() ? "yes" : "no");
     if (argc == 2)
         if (const char* marker = strstr(argv[1], "-pbil=")) load_genes(marker + 6);
     if (init_magics(0) != 0) {

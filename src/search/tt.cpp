@@ -97,13 +97,15 @@ void release_table() {
     tt_mapping = nullptr;
 }
 #else
-void* zeroed_block(size_t bytes) { return calloc(bytes, 1); }
+// A block larger than the address space (a table of gigabytes in 32-bit
+// WebAssembly) is refused like any other that doesn't fit.
+void* zeroed_block(uint64_t bytes) { return bytes <= SIZE_MAX ? calloc(size_t(bytes), 1) : nullptr; }
 void make_resident(void*, size_t) {}
 void release_table() { free(tt_table); }
 #endif
 
 // The entries and, behind them, the filters: one block.
-size_t block_bytes() { return tt_entries * sizeof(tt_entry) + TT_FILTERS * sizeof(tt_filter_t); }
+uint64_t block_bytes() { return tt_entries * sizeof(tt_entry) + TT_FILTERS * sizeof(tt_filter_t); }
 
 // One attempt at a table of mb megabytes.
 bool tt_allocate(int mb) {

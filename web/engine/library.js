@@ -1,0 +1,82 @@
+// The platform functions of the WebAssembly engine (src/engine/input.cpp):
+// writing lines out, reading input the host has queued (pre.js), and the test for waiting
+// input that a search makes every 4096 nodes. Both may give the host's
+// event loop a turn, which is how a line reaches a running search: the
+// engine unwinds and rewinds its stack around the turn (ASYNCIFY). Such a
+// function is called a second time as the stack is rewound, and must then
+// hand back the value its turn ended with, whatever has arrived since.
+mergeInto(LibraryManager.library, {
+  // Standard output and error: whole lines, as bytes with their LF, to the
+  // host's writeLine.
+  fd_write: function (fd, iov, iovcnt, pnum) {
+    let written = 0;
+    for (let i = 0; i < iovcnt; i++) {
+      const ptr = HEAP32[(iov + 8 * i) >> 2], len = HEAP32[(iov + 8 * i + 4) >> 2];
+      for (let j = 0; j < len; j++) {
+        const byte = HEAPU8[ptr + j];
+        velkorInput.line.push(byte);
+        if (byte === 10) {
+          Module['writeLine'](Uint8Array.from(velkorInput.line));
+          velkorInput.line = [];
+        }
+      }
+      written += len;
+    }
+    HEAP32[pnum >> 2] = written;
+    return 0;
+  },
+
+  // Copies queued input into the engine's buffer; waits for some while
+  // there is none. 0 once the input has ended.
+  velkor_read_input__deps: ['$Asyncify'],
+  velkor_read_input: function (buffer, size) {
+    const copy = function () {
+      let n = 0;
+      while (n < size && velkorInput.chunks.length) {
+        const chunk = velkorInput.chunks[0];
+        const take = Math.min(size - n, chunk.length);
+        HEAPU8.set(chunk.subarray(0, take), buffer + n);
+        n += take;
+        if (take === chunk.length) velkorInput.chunks.shift();
+        else velkorInput.chunks[0] = chunk.subarray(take);
+      }
+      return n;
+    };
+    if (Asyncify.state === Asyncify.State.Rewinding) return Asyncify.handleSleep(null);
+    if (velkorInput.chunks.length || velkorInput.ended) return copy();
+    return Asyncify.handleSleep(function (wakeUp) {
+      velkorInput.wake = function () {
+        velkorInput.wake = null;
+        velkorInput.lastYield = performance.now();
+        wakeUp(copy());
+      };
+    });
+  },
+
+  // Input waits. At most every yieldMs (pre.js) the host's event loop gets a
+  // turn first, so that lines sent since can arrive.
+  velkor_input_waiting__deps: ['$Asyncify'],
+  velkor_input_waiting: function () {
+    if (Asyncify.state === Asyncify.State.Rewinding) return Asyncify.handleSleep(null);
+    if (velkorInput.chunks.length) return 1;
+    if (velkorInput.ended || performance.now() - velkorInput.lastYield < velkorInput.yieldMs) return 0;
+    return Asyncify.handleSleep(function (wakeUp) {
+      const resume = function () {
+        velkorInput.lastYield = performance.now();
+        wakeUp(velkorInput.chunks.length ? 1 : 0);
+      };
+      if (typeof setImmediate === 'function') {
+        setImmediate(resume);
+      } else {
+        // A worker: a message task, which no timer clamp delays.
+        const channel = new MessageChannel();
+        channel.port1.onmessage = resume;
+        channel.port2.postMessage(0);
+      }
+    });
+  },
+
+  velkor_input_ended: function () {
+    return velkorInput.ended && !velkorInput.chunks.length ? 1 : 0;
+  },
+});
