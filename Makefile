@@ -153,6 +153,35 @@ check-valgrind: release
 	@bash tools/setup.sh valgrind
 	cd $(RELEASE) && VELKOR_WRAPPER="$(VALGRIND)" ./tests/velkor_tests --gtest_filter='Sessions.Battery:Sessions.Transcripts'
 
+# Velkor in a browser: the engine as WebAssembly (Debian's emscripten, the
+# same sources) and the page to play and analyse with it, as a static site
+# in build/web. make serve-web serves it on 127.0.0.1 (PORT=8000);
+# make test-web runs its checks (also part of make test); make bench-web
+# times bench natively, under Node and in headless Chromium.
+WASM := $(BUILD)/wasm
+WEB := $(BUILD)/web
+PORT ?= 8000
+EMSDK_ENV := NODE_PATH=/usr/share/nodejs
+.PHONY: web serve-web test-web bench-web
+web: setup-js
+	@bash tools/setup.sh web
+	$(EMSDK_ENV) emcmake cmake -S . -B $(WASM) -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF >/dev/null
+	$(EMSDK_ENV) cmake --build $(WASM) -j $(JOBS) --target velkor
+	bash web/build.sh $(WASM) $(WEB)
+
+serve-web: web
+	@echo "Velkor in a browser: http://127.0.0.1:$(PORT)/ (Ctrl-C ends it)"
+	/usr/bin/python3 -m http.server --bind 127.0.0.1 --directory $(WEB) $(PORT)
+
+test-web: release web
+	cd $(RELEASE) && VELKOR_WRAPPER=node VELKOR_TEST_ENGINE=$(abspath $(WEB))/engine/velkor.mjs \
+		VELKOR_BANNER="$$(sed -n 's/.*ENGINE_NAME = "\(.*\)";/\1/p' $(abspath src/protocol/protocol.h)) WebAssembly ('quit' to exit)" \
+		./tests/velkor_tests --gtest_brief=1 --gtest_filter='Sessions.*:-Sessions.TightMemory'
+	node --test web/tests/
+
+bench-web: release web
+	node web/tests/bench.mjs $(RELEASE)/velkor $(WEB)
+
 # Windows: velkor.exe cross-built with mingw-w64 from Debian, static (no DLL
 # beyond the system's), in build/windows beside launcher.exe, which the
 # tests start it from under wine (tests/windows/). Not part of make test.

@@ -11,4 +11,19 @@ export default [
     languageOptions: { ecmaVersion: 2022, sourceType: 'module', globals: { ...globals.node } },
     rules: { 'no-unused-vars': ['error', { argsIgnorePattern: '^_', caughtErrors: 'none' }] },
   },
+  // The page runs in browsers; the engine's worker is a classic script.
+  { files: ['web/src/**/*.js'], languageOptions: { globals: { ...globals.browser } } },
+  { files: ['web/engine/worker.js'], languageOptions: { sourceType: 'script', globals: { ...globals.worker } } },
+  // Emscripten's pre-js and library run inside the engine's module, beside
+  // its runtime.
+  {
+    files: ['web/engine/pre.js', 'web/engine/library.js'],
+    languageOptions: {
+      sourceType: 'script',
+      globals: { ...globals.browser, ...globals.node, Module: 'writable', mergeInto: 'readonly', LibraryManager: 'readonly',
+        Asyncify: 'readonly', HEAPU8: 'readonly', HEAP32: 'readonly' },
+    },
+    rules: { 'no-unused-vars': ['error', { varsIgnorePattern: '^velkorInput$' }] },
+  },
+  { files: ['web/engine/library.js'], languageOptions: { globals: { velkorInput: 'readonly' } } },
 ];

@@ -3,7 +3,7 @@
 # lacks. As root it installs them; otherwise it names them in one line and
 # fails, so that nothing half-works.
 # Every script and make target of the project installs through here.
-# Usage: tools/setup.sh build|test|tune|windows|windows-test|dist|node|opponents|fuzz|valgrind|perft-bench|search-bench
+# Usage: tools/setup.sh build|test|tune|web|windows|windows-test|dist|node|opponents|fuzz|valgrind|perft-bench|search-bench
 set -euo pipefail
 case "${1:-}" in
     build) wanted=(g++ cmake) ;;
@@ -17,6 +17,8 @@ case "${1:-}" in
     windows) wanted=(cmake g++-mingw-w64-x86-64) ;;
     windows-test) wanted=(libgtest-dev wine64) ;;
     dist) wanted=(g++ cmake g++-mingw-w64-x86-64 wine64 zip) ;;
+    # The engine as WebAssembly and the browser its page is tested in.
+    web) wanted=(emscripten nodejs npm chromium) ;;
     # The match driver and the engines it plays against.
     node) wanted=(nodejs npm) ;;
     opponents) wanted=(glaurung toga2 stockfish) ;;
@@ -25,7 +27,7 @@ case "${1:-}" in
     valgrind) wanted=(valgrind) ;;
     perft-bench) wanted=(stockfish) ;;
     search-bench) wanted=(ethereal-chess) ;;
-    *) echo "usage: tools/setup.sh build|test|tune|windows|windows-test|dist|node|opponents|fuzz|valgrind|perft-bench|search-bench" >&2; exit 2 ;;
+    *) echo "usage: tools/setup.sh build|test|tune|web|windows|windows-test|dist|node|opponents|fuzz|valgrind|perft-bench|search-bench" >&2; exit 2 ;;
 esac
 missing=()
 # A package counts as present when Debian has it installed, or when the

@@ -76,6 +76,13 @@ mergeInto(LibraryManager.library, {
     });
   },
 
+  // The most memory the engine may take: the host's cap (a phone's tab
+  // gets less than a desktop's), else what 32-bit WebAssembly can address.
+  // A hash table that doesn't fit under it is halved until it does.
+  emscripten_get_heap_max: function () {
+    return Module['maxMemory'] || 2147483648;
+  },
+
   velkor_input_ended: function () {
     return velkorInput.ended && !velkorInput.chunks.length ? 1 : 0;
   },

@@ -1,0 +1,655 @@
+// Velkor in a browser tab: play against the engine or analyse with it. The
+// rules, SAN, FEN and PGN are chess.js's; the board is cm-chessboard; the
+// engine is Velkor's WebAssembly build in a worker (engine.js).
+import { Chess } from './vendor/chess.js/chess.js';
+import { Chessboard, COLOR, INPUT_EVENT_TYPE, FEN } from './vendor/cm-chessboard/src/Chessboard.js';
+import { Markers, MARKER_TYPE } from './vendor/cm-chessboard/src/extensions/markers/Markers.js';
+import { PromotionDialog, PROMOTION_DIALOG_RESULT_TYPE } from './vendor/cm-chessboard/src/extensions/promotion-dialog/PromotionDialog.js';
+import { Accessibility } from './vendor/cm-chessboard/src/extensions/accessibility/Accessibility.js';
+import { Engine } from './engine.js';
+
+const $ = (id) => document.getElementById(id);
+const opened = performance.now();
+
+// The game: a start position and the moves from it (chess.js's verbose
+// moves); the board shows the position after `ply` of them.
+const state = {
+  startFen: FEN.start,
+  moves: [],
+  ply: 0,
+  result: '', // set once the game has ended, on the board or on the clock
+  clocks: null, // {w, b: ms left, inc: ms, turnStarted}
+  search: 0, // the running search's number; a stale answer is dropped
+  thinking: null, // 'play' or 'analyse' while the engine searches
+  tuned: '',
+};
+
+// The tab's memory for the engine: what the device can spare, and the
+// table sizes offered under it. Phones and small tablets cannot give a tab
+// 128 MB.
+const device = (() => {
+  const gigabytes = navigator.deviceMemory || 8;
+  const phone = matchMedia('(pointer: coarse)').matches && Math.min(screen.width, screen.height) < 768;
+  const capMb = phone || gigabytes <= 2 ? 32 : gigabytes <= 4 ? 64 : 256;
+  return { capMb, maxMemory: (capMb + 32) << 20 };
+})();
+
+const engine = new Engine({ onFault: engineFault });
+
+const board = new Chessboard($('board'), {
+  position: FEN.start,
+  assetsUrl: './vendor/cm-chessboard/assets/',
+  style: { pieces: { file: 'pieces/standard.svg' }, animationDuration: 150 },
+  extensions: [
+    { class: Markers },
+    { class: PromotionDialog },
+    { class: Accessibility, props: { movePieceForm: false, language: 'en' } },
+  ],
+});
+
+// ---- the game ---------------------------------------------------------
+
+function gameAt(ply) {
+  const game = new Chess(state.startFen);
+  for (const move of state.moves.slice(0, ply)) game.move(move.san);
+  return game;
+}
+
+let view = gameAt(0); // the position on the board
+
+function mode() {
+  return document.querySelector('input[name="mode"]:checked').value;
+}
+
+function engineColour() {
+  return $('engine-colour').value;
+}
+
+function atEnd() {
+  return state.ply === state.moves.length;
+}
+
+function say(text) {
+  $('message').textContent = text;
+}
+
+// The result of a game over on the board, or ''.
+function boardResult(game) {
+  if (game.isCheckmate()) return game.turn() === 'w' ? '0-1' : '1-0';
+  if (game.isDraw() || game.isStalemate()) return '1/2-1/2';
+  return '';
+}
+
+function resultText(game) {
+  if (game.isCheckmate()) return `Checkmate: ${game.turn() === 'w' ? 'Black' : 'White'} wins.`;
+  if (game.isStalemate()) return 'Stalemate: a draw.';
+  if (game.isThreefoldRepetition()) return 'Draw by threefold repetition.';
+  if (game.isInsufficientMaterial()) return 'Draw: neither side can mate.';
+  if (game.isDraw()) return 'Draw by the fifty-move rule.';
+  return '';
+}
+
+// Plays a move (SAN, or {from, to, promotion}) on the position shown;
+// false when it is not legal there. A move played before the last position
+// starts a new line from there.
+function play(move) {
+  let played;
+  try {
+    played = view.move(move);
+  } catch {
+    return false;
+  }
+  state.moves = state.moves.slice(0, state.ply);
+  state.moves.push(played);
+  state.ply++;
+  stopClockTurn(played.color);
+  if (state.result) return true; // out of time with this move
+  const over = resultText(view);
+  if (over) finish(over, boardResult(view));
+  render(true);
+  afterMove();
+  return true;
+}
+
+function finish(text, result) {
+  state.result = result;
+  $('result').textContent = text;
+  if (state.clocks) state.clocks.turnStarted = null;
+}
+
+function afterMove() {
+  if (mode() === 'analyse') {
+    if (state.thinking === 'analyse') analyse();
+    return;
+  }
+  if (!state.result && atEnd() && view.turn() === engineColour()) engineMove();
+}
+
+// ---- the board and the lists ------------------------------------------
+
+function render(animated = false) {
+  board.setPosition(view.fen(), animated);
+  board.removeMarkers(MARKER_TYPE.square);
+  const last = state.moves[state.ply - 1];
+  if (last) {
+    board.addMarker(MARKER_TYPE.square, last.from);
+    board.addMarker(MARKER_TYPE.square, last.to);
+  }
+  $('fen').value = view.fen();
+  $('nav-first').disabled = $('nav-back').disabled = state.ply === 0;
+  $('nav-forward').disabled = $('nav-last').disabled = atEnd();
+  renderMoves();
+  enableInput();
+}
+
+function renderMoves() {
+  const list = $('moves');
+  list.replaceChildren();
+  const firstBlack = new Chess(state.startFen).turn() === 'b';
+  let item = null;
+  state.moves.forEach((move, i) => {
+    if (!item || move.color === 'w') {
+      item = document.createElement('li');
+      item.value = Math.floor((i + (firstBlack ? 1 : 0)) / 2) + moveNumber(state.startFen);
+      list.append(item);
+      if (move.color === 'b') item.append(document.createTextNode('… '));
+    }
+    const button = document.createElement('button');
+    button.type = 'button';
+    button.className = 'move' + (i + 1 === state.ply ? ' current' : '');
+    button.textContent = move.san;
+    button.setAttribute('aria-label', `Go to ${move.san}`);
+    button.addEventListener('click', () => goTo(i + 1));
+    item.append(button, document.createTextNode(' '));
+  });
+  const current = list.querySelector('.current');
+  if (current) current.scrollIntoView({ block: 'nearest' });
+}
+
+function moveNumber(fen) {
+  return Number(fen.split(' ')[5]) || 1;
+}
+
+function goTo(ply) {
+  ply = Math.max(0, Math.min(state.moves.length, ply));
+  if (ply === state.ply) return;
+  state.ply = ply;
+  view = gameAt(ply);
+  render();
+  if (mode() === 'analyse' && state.thinking === 'analyse') analyse();
+}
+
+// The human moves on the board in analysis, and in a game on their own
+// turn at its last position.
+function enableInput() {
+  board.disableMoveInput();
+  const game = mode() === 'play';
+  if (game && (state.result || !atEnd() || view.turn() === engineColour())) return;
+  board.enableMoveInput(boardInput, game ? (engineColour() === 'w' ? COLOR.black : COLOR.white) : undefined);
+}
+
+function boardInput(event) {
+  if (event.type === INPUT_EVENT_TYPE.moveInputStarted) {
+    return view.moves({ square: event.squareFrom }).length > 0;
+  }
+  if (event.type !== INPUT_EVENT_TYPE.validateMoveInput) return undefined;
+  const candidates = view.moves({ square: event.squareFrom, verbose: true }).filter((m) => m.to === event.squareTo);
+  if (!candidates.length) {
+    say('That move is not legal here.');
+    return false;
+  }
+  say('');
+  if (candidates.some((m) => m.promotion)) {
+    board.showPromotionDialog(event.squareTo, view.turn() === 'w' ? COLOR.white : COLOR.black, (result) => {
+      if (result.type === PROMOTION_DIALOG_RESULT_TYPE.pieceSelected) {
+        play({ from: event.squareFrom, to: event.squareTo, promotion: result.piece.charAt(1) });
+      } else {
+        render();
+      }
+    });
+    return true;
+  }
+  setTimeout(() => play({ from: event.squareFrom, to: event.squareTo }));
+  return true;
+}
+
+// A move typed in SAN (Nf3) or in coordinates (g1f3, e7e8q).
+function typedMove(text) {
+  const coordinates = /^([a-h][1-8])-?([a-h][1-8])([qrbn])?$/i.exec(text);
+  if (coordinates) return { from: coordinates[1].toLowerCase(), to: coordinates[2].toLowerCase(), promotion: coordinates[3]?.toLowerCase() };
+  return text;
+}
+
+// ---- the engine -----------------------------------------------------------
+
+function searchLine() {
+  return { fen: state.startFen, moves: state.moves.slice(0, state.ply).map((m) => m.lan) };
+}
+
+// The go line of the game's limit, or a message saying what is wrong.
+function limit() {
+  const kind = $('limit-kind').value;
+  const text = $('limit-value').value.trim();
+  if (kind === 'depth') {
+    return /^[1-9][0-9]?$/.test(text) ? { go: `go depth ${text}` } : { error: 'The depth is a whole number of plies from 1 to 99.' };
+  }
+  if (kind === 'movetime') {
+    const seconds = Number(text);
+    return text && seconds > 0 && seconds <= 3600 ? { go: `go movetime ${Math.round(seconds * 1000)}` } : { error: 'The time a move is a number of seconds, such as 2 or 0.5.' };
+  }
+  const clock = /^(\d+(?:\.\d+)?)\+(\d+(?:\.\d+)?)$/.exec(text);
+  if (!clock || Number(clock[1]) <= 0) return { error: 'The clock is minutes + seconds a move, such as 3+2.' };
+  return { clock: { base: Number(clock[1]) * 60000, inc: Number(clock[2]) * 1000 } };
+}
+
+async function engineMove() {
+  const wanted = limit();
+  if (wanted.error) {
+    say(wanted.error);
+    return;
+  }
+  let go = wanted.go;
+  if (state.clocks) {
+    const c = state.clocks;
+    go = `go wtime ${Math.max(1, Math.round(c.w))} btime ${Math.max(1, Math.round(c.b))} winc ${c.inc} binc ${c.inc}`;
+  }
+  const ply = state.ply;
+  const move = await think('play', { ...searchLine(), go });
+  if (move === null || mode() !== 'play' || state.ply !== ply || state.result) return;
+  if (state.clocks && clockLeft(view.turn()) <= 0) return flagged(view.turn());
+  if (move === '0000') return;
+  play(typedMove(move));
+}
+
+function analyse() {
+  think('analyse', { ...searchLine(), go: 'go infinite' });
+}
+
+// One search; its info lines fill the panel. Resolves with the best move,
+// or null when another search has replaced it.
+async function think(kind, request) {
+  if (!engine.running) return null;
+  const number = ++state.search;
+  const root = view.fen();
+  state.thinking = kind;
+  showThinking();
+  const move = await engine.search({ ...request, onInfo: (info) => showInfo(info, root) });
+  if (number !== state.search) return null;
+  state.thinking = null;
+  showThinking();
+  return move;
+}
+
+function stopThinking() {
+  state.search++;
+  state.thinking = null;
+  engine.stop();
+  showThinking();
+}
+
+function showThinking() {
+  $('stop').disabled = !state.thinking;
+  $('analyse').disabled = !engine.running || state.thinking === 'analyse' || (mode() === 'play' && state.thinking === 'play');
+}
+
+// Scores as White sees them: centipawns, or mate in N (negative: Black mates).
+function whiteScore(score, root) {
+  const sign = root.split(' ')[1] === 'w' ? 1 : -1;
+  return score.mate !== undefined ? { mate: sign * score.mate } : { cp: sign * score.cp };
+}
+
+function scoreText(score) {
+  if (score.mate !== undefined) return `#${score.mate}`;
+  return `${score.cp > 0 ? '+' : ''}${(score.cp / 100).toFixed(2)}`;
+}
+
+// White's share on the gauge, 0 to 1.
+function share(score) {
+  if (score.mate !== undefined) return score.mate > 0 ? 1 : 0;
+  const x = 2 / (1 + Math.exp(-0.004 * score.cp)) - 1;
+  return (Math.max(-1, Math.min(1, x)) + 1) / 2;
+}
+
+function showInfo(info, root) {
+  if (info.depth !== undefined && info.score === undefined && info.currmove === undefined) return;
+  if (info.depth !== undefined) $('info-depth').textContent = info.seldepth ? `${info.depth}/${info.seldepth}` : `${info.depth}`;
+  if (info.nodes !== undefined) $('info-nodes').textContent = info.nodes.toLocaleString('en');
+  if (info.nps !== undefined) $('info-speed').textContent = `${Math.round(info.nps / 1000).toLocaleString('en')} kN/s`;
+  if (info.score && !info.score.bound) {
+    const score = whiteScore(info.score, root);
+    $('info-score').textContent = scoreText(score);
+    const percent = Math.round(share(score) * 100);
+    $('gauge-fill').style.height = `${percent}%`;
+    $('gauge').setAttribute('aria-valuenow', String(percent));
+    $('gauge').setAttribute('aria-valuetext', scoreText(score));
+  }
+  if (info.pv && !(info.score && info.score.bound)) $('info-pv').textContent = pvSan(root, info.pv);
+}
+
+function pvSan(fen, pv) {
+  const game = new Chess(fen);
+  const words = [];
+  for (const move of pv) {
+    const number = moveNumber(game.fen());
+    try {
+      const played = game.move(typedMove(move));
+      if (played.color === 'w') words.push(`${number}.`);
+      else if (!words.length) words.push(`${number}…`);
+      words.push(played.san);
+    } catch {
+      break;
+    }
+  }
+  return words.join(' ');
+}
+
+function clearInfo() {
+  for (const id of ['info-depth', 'info-score', 'info-nodes', 'info-speed']) $(id).textContent = '–';
+  $('info-pv').textContent = '';
+  $('gauge-fill').style.height = '50%';
+}
+
+// ---- the clock --------------------------------------------------------------
+
+function clockLeft(colour) {
+  const c = state.clocks;
+  const running = c.turnStarted !== null && view.turn() === colour && atEnd();
+  return c[colour] - (running ? performance.now() - c.turnStarted : 0);
+}
+
+// The mover's clock stops: the time used comes off, the increment goes on.
+function stopClockTurn(colour) {
+  const c = state.clocks;
+  if (!c || c.turnStarted === null) return;
+  c[colour] -= performance.now() - c.turnStarted;
+  if (c[colour] <= 0) return flagged(colour);
+  c[colour] += c.inc;
+  c.turnStarted = performance.now();
+}
+
+function flagged(colour) {
+  state.clocks[colour] = 0;
+  stopThinking();
+  finish(`${colour === 'w' ? 'White' : 'Black'} has run out of time: ${colour === 'w' ? 'Black' : 'White'} wins.`, colour === 'w' ? '0-1' : '1-0');
+  render();
+}
+
+function formatClock(ms) {
+  const s = Math.max(0, Math.ceil(ms / 1000));
+  return `${Math.floor(s / 60)}:${String(s % 60).padStart(2, '0')}`;
+}
+
+function tickClocks() {
+  const c = state.clocks;
+  $('clocks').hidden = !c;
+  if (!c) return;
+  for (const colour of ['w', 'b']) {
+    const left = clockLeft(colour);
+    const element = $(colour === 'w' ? 'clock-white' : 'clock-black');
+    element.textContent = `${colour === 'w' ? 'White' : 'Black'} ${formatClock(left)}`;
+    element.classList.toggle('running', c.turnStarted !== null && view.turn() === colour && !state.result);
+  }
+  if (c.turnStarted !== null && !state.result && view.turn() !== engineColour() && clockLeft(view.turn()) <= 0) flagged(view.turn());
+}
+
+// ---- commands -------------------------------------------------------------
+
+function newGame() {
+  stopThinking();
+  const wanted = limit();
+  if (wanted.error) {
+    say(wanted.error);
+    return;
+  }
+  setGame(FEN.start, []);
+  document.querySelector('input[name="mode"][value="play"]').checked = true;
+  modeChanged();
+  state.clocks = wanted.clock ? { w: wanted.clock.base, b: wanted.clock.base, inc: wanted.clock.inc, turnStarted: performance.now() } : null;
+  board.setOrientation(engineColour() === 'w' ? COLOR.black : COLOR.white);
+  tickClocks();
+  afterMove();
+}
+
+function setGame(startFen, moves) {
+  state.startFen = startFen;
+  state.moves = moves;
+  state.ply = moves.length;
+  state.result = '';
+  state.clocks = null;
+  $('result').textContent = '';
+  view = gameAt(state.ply);
+  const over = resultText(view);
+  if (over) finish(over, boardResult(view));
+  clearInfo();
+  render();
+  tickClocks();
+}
+
+function loadFen() {
+  const text = $('fen').value.trim();
+  const check = validFen(text);
+  if (check) {
+    say(`That FEN cannot be loaded: ${check}`);
+    $('fen').value = view.fen();
+    return;
+  }
+  stopThinking();
+  say('');
+  setGame(new Chess(text).fen(), []);
+  afterMove();
+}
+
+// Why a FEN cannot be played from, or ''.
+function validFen(text) {
+  if (!text) return 'it is empty.';
+  try {
+    new Chess(text);
+  } catch (error) {
+    return String(error.message || error).replace(/^Invalid FEN: /, '');
+  }
+  return '';
+}
+
+function loadPgn() {
+  const text = $('pgn').value.trim();
+  if (!text) {
+    say('Paste a game in PGN first.');
+    return;
+  }
+  const game = new Chess();
+  try {
+    game.loadPgn(text);
+  } catch (error) {
+    say(`That PGN cannot be read: ${String(error.message || error)}`);
+    return;
+  }
+  const start = game.getHeaders().FEN || FEN.start;
+  stopThinking();
+  say('');
+  setGame(start, game.history({ verbose: true }));
+  afterMove();
+}
+
+function pgnText() {
+  const game = gameAt(state.moves.length);
+  const human = mode() === 'play' ? 'Player' : '?';
+  game.setHeader('Event', mode() === 'play' ? 'Game against Velkor' : 'Analysis with Velkor');
+  game.setHeader('Date', new Date().toISOString().slice(0, 10).replaceAll('-', '.'));
+  game.setHeader('White', mode() === 'play' && engineColour() === 'w' ? 'Velkor' : human);
+  game.setHeader('Black', mode() === 'play' && engineColour() === 'b' ? 'Velkor' : human);
+  game.setHeader('Result', state.result || '*');
+  if (state.startFen !== FEN.start) {
+    game.setHeader('SetUp', '1');
+    game.setHeader('FEN', state.startFen);
+  }
+  return game.pgn();
+}
+
+function savePgn() {
+  const link = document.createElement('a');
+  link.href = URL.createObjectURL(new Blob([pgnText() + '\n'], { type: 'application/x-chess-pgn' }));
+  link.download = 'velkor.pgn';
+  link.click();
+  setTimeout(() => URL.revokeObjectURL(link.href), 1000);
+}
+
+function modeChanged() {
+  stopThinking();
+  const play = mode() === 'play';
+  $('play-settings').disabled = !play;
+  if (!play) {
+    state.clocks = null;
+    tickClocks();
+  }
+  render();
+  showThinking();
+}
+
+function limitKindChanged() {
+  const kind = $('limit-kind').value;
+  const field = $('limit-value');
+  const [value, label, hint] = {
+    depth: ['6', 'Depth in plies', 'Plies, 1 to 99.'],
+    movetime: ['2', 'Seconds a move', 'Seconds a move, such as 2 or 0.5.'],
+    clock: ['3+2', 'Clock, minutes + seconds a move', 'Minutes + seconds a move, such as 3+2; applies to a new game.'],
+  }[kind];
+  field.value = value;
+  field.setAttribute('aria-label', label);
+  $('limit-hint').textContent = hint;
+}
+
+// ---- the engine's life --------------------------------------------------------
+
+function engineArgs() {
+  return $('weights').value === 'tuned' && state.tuned ? [`-pbil=${state.tuned}`] : [];
+}
+
+async function startEngine() {
+  $('engine-fault').hidden = true;
+  $('engine-status').textContent = 'Starting the engine…';
+  stopThinking();
+  try {
+    const uciok = await engine.start({ args: engineArgs(), maxMemory: device.maxMemory, hash: Number($('hash').value) || 0 });
+    fillHashSizes();
+    const weights = $('weights').value === 'tuned' ? 'tuned weights' : 'built-in weights';
+    $('engine-status').textContent = `Velkor is ready (${weights}, uciok ${Math.round(uciok)} ms after start, ${Math.round(performance.now() - opened)} ms after the page opened).`;
+    console.info(`velkor: uciok ${Math.round(uciok)} ms after the worker started, ${Math.round(performance.now() - opened)} ms after the page opened`);
+  } catch (error) {
+    if (!engine.running) return; // the fault banner says what happened
+    engineFault(String(error.message || error));
+    return;
+  }
+  showThinking();
+  afterMove();
+}
+
+// Table sizes: powers of two within the engine's Hash option and the tab's cap.
+function fillHashSizes() {
+  const select = $('hash');
+  if (select.options.length || !engine.hashOption) return;
+  const { min, max } = engine.hashOption;
+  const preferred = Math.min(engine.hashOption.default, device.capMb);
+  for (let mb = Math.max(min, 8); mb <= Math.min(max, device.capMb); mb *= 2) {
+    select.add(new Option(`${mb} MB`, String(mb), false, mb === preferred));
+  }
+  engine.send(`setoption name Hash value ${select.value}`);
+}
+
+function engineFault(text) {
+  state.thinking = null;
+  $('engine-fault').hidden = false;
+  $('fault-text').textContent = `The engine has stopped: ${text}.`;
+  $('engine-status').textContent = 'The engine is not running.';
+  showThinking();
+}
+
+// ---- wiring -----------------------------------------------------------------
+
+function wire() {
+  $('nav-first').addEventListener('click', () => goTo(0));
+  $('nav-back').addEventListener('click', () => goTo(state.ply - 1));
+  $('nav-forward').addEventListener('click', () => goTo(state.ply + 1));
+  $('nav-last').addEventListener('click', () => goTo(state.moves.length));
+  $('flip').addEventListener('click', () => board.setOrientation(board.getOrientation() === COLOR.white ? COLOR.black : COLOR.white));
+  $('move-form').addEventListener('submit', (event) => {
+    event.preventDefault();
+    const text = $('move-input').value.trim();
+    if (!text) return;
+    if (mode() === 'play' && (state.result || !atEnd() || view.turn() === engineColour())) {
+      say(state.result ? 'The game is over.' : atEnd() ? 'It is Velkor\'s move.' : 'Go to the last position to move.');
+      return;
+    }
+    if (play(typedMove(text))) {
+      $('move-input').value = '';
+      say('');
+    } else {
+      say(`${text} is not a legal move here.`);
+    }
+  });
+  for (const radio of document.querySelectorAll('input[name="mode"]')) radio.addEventListener('change', modeChanged);
+  $('limit-kind').addEventListener('change', limitKindChanged);
+  $('engine-colour').addEventListener('change', () => {
+    board.setOrientation(engineColour() === 'w' ? COLOR.black : COLOR.white);
+    render();
+    afterMove();
+  });
+  $('new-game').addEventListener('click', newGame);
+  $('analyse').addEventListener('click', () => {
+    if (mode() !== 'analyse') {
+      document.querySelector('input[name="mode"][value="analyse"]').checked = true;
+      modeChanged();
+    }
+    analyse();
+  });
+  $('stop').addEventListener('click', () => {
+    if (state.thinking === 'analyse') stopThinking();
+    else engine.stop(); // in a game: move now
+  });
+  $('weights').addEventListener('change', startEngine);
+  $('hash').addEventListener('change', () => {
+    stopThinking();
+    engine.send(`setoption name Hash value ${$('hash').value}`);
+  });
+  $('restart').addEventListener('click', startEngine);
+  $('load-fen').addEventListener('click', loadFen);
+  $('fen').addEventListener('keydown', (event) => {
+    if (event.key === 'Enter') loadFen();
+  });
+  $('load-pgn').addEventListener('click', loadPgn);
+  $('copy-pgn').addEventListener('click', async () => {
+    const text = pgnText();
+    $('pgn').value = text;
+    try {
+      await navigator.clipboard.writeText(text);
+      say('The game is copied as PGN.');
+    } catch {
+      say('The PGN is in the box below; copy it from there.');
+    }
+  });
+  $('save-pgn').addEventListener('click', savePgn);
+  document.addEventListener('keydown', (event) => {
+    if (event.target.closest('input, textarea, select') || event.ctrlKey || event.metaKey || event.altKey) return;
+    const keys = { ArrowLeft: () => goTo(state.ply - 1), ArrowRight: () => goTo(state.ply + 1), Home: () => goTo(0), End: () => goTo(state.moves.length), f: () => $('flip').click() };
+    if (keys[event.key]) {
+      event.preventDefault();
+      keys[event.key]();
+    }
+  });
+  setInterval(tickClocks, 200);
+}
+
+async function main() {
+  wire();
+  render();
+  showThinking();
+  try {
+    const response = await fetch('./engine/tuned.txt');
+    if (response.ok) state.tuned = (await response.text()).trim();
+  } catch {
+    // no tuned string: the defaults stay the only choice
+  }
+  $('weights').querySelector('option[value="tuned"]').disabled = !state.tuned;
+  await startEngine();
+}
+
+main();
