@@ -13,6 +13,8 @@ export default [
   },
   // The page runs in browsers; the engine's worker is a classic script.
   { files: ['web/src/**/*.js'], languageOptions: { globals: { ...globals.browser } } },
+  // The page's tests hand functions to the browser to run there.
+  { files: ['web/tests/**/*.mjs'], languageOptions: { globals: { ...globals.browser, ...globals.node } } },
   { files: ['web/engine/worker.js'], languageOptions: { sourceType: 'script', globals: { ...globals.worker } } },
   // Emscripten's pre-js and library run inside the engine's module, beside
   // its runtime.

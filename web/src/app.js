@@ -69,8 +69,10 @@ function atEnd() {
   return state.ply === state.moves.length;
 }
 
-function say(text) {
+// A line under the board: what went wrong (the default), or news.
+function say(text, kind = 'error') {
   $('message').textContent = text;
+  $('message').classList.toggle('news', kind === 'news');
 }
 
 // The result of a game over on the board, or ''.
@@ -273,7 +275,8 @@ async function think(kind, request) {
   const root = view.fen();
   state.thinking = kind;
   showThinking();
-  const move = await engine.search({ ...request, onInfo: (info) => showInfo(info, root) });
+  const onInfo = (info) => number === state.search && showInfo(info, root);
+  const move = await engine.search({ ...request, onInfo });
   if (number !== state.search) return null;
   state.thinking = null;
   showThinking();
@@ -532,8 +535,10 @@ async function startEngine() {
     const uciok = await engine.start({ args: engineArgs(), maxMemory: device.maxMemory, hash: Number($('hash').value) || 0 });
     fillHashSizes();
     const weights = $('weights').value === 'tuned' ? 'tuned weights' : 'built-in weights';
-    $('engine-status').textContent = `Velkor is ready (${weights}, uciok ${Math.round(uciok)} ms after start, ${Math.round(performance.now() - opened)} ms after the page opened).`;
-    console.info(`velkor: uciok ${Math.round(uciok)} ms after the worker started, ${Math.round(performance.now() - opened)} ms after the page opened`);
+    const first = state.uciokAfterOpening === undefined;
+    if (first) state.uciokAfterOpening = Math.round(performance.now() - opened);
+    const since = first ? `, ${state.uciokAfterOpening} ms after the page opened` : '';
+    $('engine-status').textContent = `Velkor is ready (${weights}, uciok ${Math.round(uciok)} ms after start${since}).`;
   } catch (error) {
     if (!engine.running) return; // the fault banner says what happened
     engineFault(String(error.message || error));
@@ -621,9 +626,9 @@ function wire() {
     $('pgn').value = text;
     try {
       await navigator.clipboard.writeText(text);
-      say('The game is copied as PGN.');
+      say('The game is copied as PGN.', 'news');
     } catch {
-      say('The PGN is in the box below; copy it from there.');
+      say('The PGN is in the box below; copy it from there.', 'news');
     }
   });
   $('save-pgn').addEventListener('click', savePgn);
