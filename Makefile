@@ -65,7 +65,7 @@ test: setup-test release sanitize
 	@$(MAKE) --no-print-directory test-v3
 	bash tools/match/setup.sh
 	node --test tools/match/tests/
-	@$(MAKE) --no-print-directory lint-js
+	@$(MAKE) --no-print-directory lint-js test-web
 	git ls-files 'src/*.cpp' 'src/*.h' 'tests/*.cpp' 'tests/*.h' 'tools/*.cpp' 'bench/*.cpp' | xargs clang-format-14 --style=file --dry-run --Werror
 	/usr/bin/python3 -m pyflakes tools/tune bench/match.py
 	cd tools/tune && VELKOR_ENGINE=$(abspath $(RELEASE))/velkor /usr/bin/python3 -m pytest -q
@@ -162,7 +162,7 @@ WASM := $(BUILD)/wasm
 WEB := $(BUILD)/web
 PORT ?= 8000
 EMSDK_ENV := NODE_PATH=/usr/share/nodejs
-.PHONY: web serve-web test-web bench-web
+.PHONY: web serve-web test-web bench-web bench-web-choices
 web: setup-js
 	@bash tools/setup.sh web
 	$(EMSDK_ENV) emcmake cmake -S . -B $(WASM) -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF >/dev/null
@@ -182,13 +182,18 @@ test-web: release web
 bench-web: release web
 	node web/tests/bench.mjs $(RELEASE)/velkor $(WEB)
 
+# The same, with the WebAssembly build's choices beside it: without the
+# search's turns, -O2, SIMD, link-time optimisation.
+bench-web-choices: release web
+	bash web/tests/choices.sh $(RELEASE)/velkor $(WEB) $(BUILD)
+
 # Windows: velkor.exe cross-built with mingw-w64 from Debian, static (no DLL
 # beyond the system's), in build/windows beside launcher.exe, which the
 # tests start it from under wine (tests/windows/). Not part of make test.
 WINDOWS := $(BUILD)/windows
 WINE_PREFIX := $(BUILD)/wine
 MINGW := -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake
-.PHONY: windows test-windows setup-test-windows dist setup-dist
+.PHONY: windows test-windows setup-test-windows dist dist-web setup-dist
 windows:
 	@bash tools/setup.sh windows
 	cmake --no-warn-unused-cli -S . -B $(WINDOWS) $(MINGW) -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF >/dev/null
@@ -208,8 +213,13 @@ DIST := $(BUILD)/dist
 DIST_WORK := $(BUILD)/dist-work
 VERSION := $(shell sed -n 's/.*ENGINE_NAME = "Velkor \([^ ]*\).*/\1/p' src/protocol/protocol.h)
 DIST_BUILDS := linux-x86-64-v2 windows-x86-64-v2 linux-x86-64-v3 windows-x86-64-v3
-dist: $(DIST_BUILDS:%=dist-%)
+dist: $(DIST_BUILDS:%=dist-%) dist-web
 	@ls -l $(DIST)
+
+# The page and its engine as a static site, for any static host.
+dist-web: setup-dist web
+	rm -rf $(DIST_WORK)/pack/velkor-$(VERSION)-web && cp -r $(WEB) $(DIST_WORK)/pack/velkor-$(VERSION)-web
+	cd $(DIST_WORK)/pack && tar -czf $(abspath $(DIST))/velkor-$(VERSION)-web.tar.gz velkor-$(VERSION)-web
 
 setup-dist:
 	@bash tools/setup.sh build

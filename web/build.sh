@@ -14,6 +14,7 @@ cd "$here"
 rm -rf "$site" && mkdir -p "$site/engine" "$site/vendor/chess.js" "$site/vendor/cm-chessboard"
 cp src/* "$site/"
 cp engine/worker.js engine/velkor.mjs "$engine/velkor.js" "$engine/velkor.wasm" "$site/engine/"
+chmod +x "$site/engine/velkor.mjs"
 cp ../LICENSE "$site/engine/LICENSE"
 # The tuned string is the first line of the tuner's file.
 head -n 1 ../tools/tune/tuned.txt >"$site/engine/tuned.txt"

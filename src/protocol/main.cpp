@@ -1,3 +1,8 @@
+#include <cstdlib>
+
 #include "protocol/protocol.h"
 
-int main(int argc, char** argv) { return velkor::run_engine(argc, argv); }
+// The end goes through exit: as WebAssembly, a main that has waited for
+// input has already handed control back to its host once, and only exit
+// tells the host that the engine has ended.
+int main(int argc, char** argv) { std::exit(velkor::run_engine(argc, argv)); }

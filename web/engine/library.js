@@ -28,7 +28,6 @@ mergeInto(LibraryManager.library, {
 
   // Copies queued input into the engine's buffer; waits for some while
   // there is none. 0 once the input has ended.
-  velkor_read_input__deps: ['$Asyncify'],
   velkor_read_input: function (buffer, size) {
     const copy = function () {
       let n = 0;
@@ -42,6 +41,7 @@ mergeInto(LibraryManager.library, {
       }
       return n;
     };
+    if (typeof Asyncify === 'undefined') return copy(); // a build that cannot wait
     if (Asyncify.state === Asyncify.State.Rewinding) return Asyncify.handleSleep(null);
     if (velkorInput.chunks.length || velkorInput.ended) return copy();
     return Asyncify.handleSleep(function (wakeUp) {
@@ -55,8 +55,8 @@ mergeInto(LibraryManager.library, {
 
   // Input waits. At most every yieldMs (pre.js) the host's event loop gets a
   // turn first, so that lines sent since can arrive.
-  velkor_input_waiting__deps: ['$Asyncify'],
   velkor_input_waiting: function () {
+    if (typeof Asyncify === 'undefined') return velkorInput.chunks.length ? 1 : 0;
     if (Asyncify.state === Asyncify.State.Rewinding) return Asyncify.handleSleep(null);
     if (velkorInput.chunks.length) return 1;
     if (velkorInput.ended || performance.now() - velkorInput.lastYield < velkorInput.yieldMs) return 0;

@@ -1,3 +1,4 @@
+#!/usr/bin/env node
 // Velkor as WebAssembly under Node: the same engine as the native binary,
 // speaking UCI on standard input and output, so that match runners, the
 // match driver and the tests drive it alike: node velkor.mjs [-pbil=...]

@@ -315,7 +315,7 @@ function share(score) {
 
 function showInfo(info, root) {
   if (info.depth !== undefined && info.score === undefined && info.currmove === undefined) return;
-  if (info.depth !== undefined) $('info-depth').textContent = info.seldepth ? `${info.depth}/${info.seldepth}` : `${info.depth}`;
+  if (info.score) $('info-depth').textContent = `${info.depth}/${info.seldepth}`;
   if (info.nodes !== undefined) $('info-nodes').textContent = info.nodes.toLocaleString('en');
   if (info.nps !== undefined) $('info-speed').textContent = `${Math.round(info.nps / 1000).toLocaleString('en')} kN/s`;
   if (info.score && !info.score.bound) {

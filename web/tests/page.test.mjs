@@ -116,10 +116,17 @@ test('the move list navigates, by buttons and by keys', async () => {
 });
 
 test('analysis shows rising depth and a principal variation in SAN; stop ends it', async () => {
+  // Every depth the panel shows, as it shows it.
+  await page.evaluate(() => {
+    window.depthsShown = [];
+    const cell = document.getElementById('info-depth');
+    new MutationObserver(() => window.depthsShown.push(Number(cell.textContent.split('/')[0]))).observe(cell, { childList: true, characterData: true, subtree: true });
+  });
   await page.click('#analyse');
-  const depths = new Set();
-  await page.waitForFunction(() => Number(document.getElementById('info-depth').textContent.split('/')[0]) >= 6, null, { timeout: 30000 });
-  for (let i = 0; i < 3; i++) depths.add(await text('#info-depth'));
+  await page.waitForFunction(() => window.depthsShown.at(-1) >= 10, null, { timeout: 30000 });
+  const depths = [...new Set(await page.evaluate(() => window.depthsShown))];
+  assert.ok(depths.length >= 3, `depths seen: ${depths}`);
+  assert.deepEqual(depths, [...depths].sort((a, b) => a - b), `depths seen: ${depths}`);
   const pv = await text('#info-pv');
   assert.match(pv, /^\d+\.(\.\.)?|…/);
   const position = new Chess(await fen());

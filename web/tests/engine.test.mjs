@@ -1,0 +1,63 @@
+// The WebAssembly engine's Node entry as a match runner drives it: input
+// that stays open, a stop timed from the outside, quit, and what it leaves
+// behind. (The transcripts, the battery and the bench count run against it
+// from the engine's own tests: make test-web.)
+import { test } from 'node:test';
+import assert from 'node:assert/strict';
+import { spawn } from 'node:child_process';
+import { dirname, resolve } from 'node:path';
+import { fileURLToPath } from 'node:url';
+
+const root = resolve(dirname(fileURLToPath(import.meta.url)), '../..');
+const entry = resolve(process.env.VELKOR_WEB || resolve(root, 'build/web'), 'engine/velkor.mjs');
+
+// The engine started directly (the entry is executable), with its input
+// kept open; lines() resolves once a line matches.
+function start(args = []) {
+  const child = spawn(entry, args, { stdio: ['pipe', 'pipe', 'pipe'] });
+  let out = '';
+  const waiters = [];
+  child.stdout.on('data', (chunk) => {
+    out += chunk;
+    for (const w of [...waiters]) if (w.pattern.test(out.slice(w.from))) waiters.splice(waiters.indexOf(w), 1) && w.resolve(performance.now());
+  });
+  const ended = new Promise((done) => child.on('exit', (status) => done(status)));
+  return {
+    send: (line) => child.stdin.write(line + '\n'),
+    seen: (pattern) => new Promise((resolve) => waiters.push({ pattern, from: out.length, resolve })),
+    output: () => out,
+    ended,
+    child,
+  };
+}
+
+test('stop ends go infinite within 100 ms under Node', { timeout: 20000 }, async () => {
+  const engine = start();
+  engine.send('go infinite');
+  await engine.seen(/info depth 9 /);
+  const sent = performance.now();
+  const bestmove = engine.seen(/bestmove \S+\n/);
+  engine.send('stop');
+  assert.ok((await bestmove) - sent < 100, `${(await bestmove) - sent} ms`);
+  engine.send('quit');
+  assert.equal(await engine.ended, 0);
+});
+
+test('quit ends the engine while its input stays open', { timeout: 20000 }, async () => {
+  const engine = start(['-pbil=' + '1'.repeat(84)]);
+  engine.send('uci');
+  await engine.seen(/uciok/);
+  engine.send('quit');
+  const status = await Promise.race([engine.ended, new Promise((r) => setTimeout(() => r('still running'), 2000))]);
+  assert.equal(status, 0);
+  assert.match(engine.output(), /^info debug pbil\[13\] = 42$/m);
+});
+
+test('the end of input during go infinite ends the search and the engine', { timeout: 20000 }, async () => {
+  const engine = start();
+  engine.send('go infinite');
+  await engine.seen(/info depth 6 /);
+  engine.child.stdin.end();
+  assert.equal(await engine.ended, 0);
+  assert.match(engine.output(), /\nbestmove \S+\n$/);
+});
