@@ -3,7 +3,7 @@
 # lacks. As root it installs them; otherwise it names them in one line and
 # fails, so that nothing half-works.
 # Every script and make target of the project installs through here.
-# Usage: tools/setup.sh build|test|tune|web|windows|windows-test|dist|node|opponents|fuzz|valgrind|perft-bench|search-bench
+# Usage: tools/setup.sh build|test|tune|web|windows|windows-test|dist|node|opponents|fuzz|valgrind|perft-bench|search-bench|deb|deb-test
 set -euo pipefail
 case "${1:-}" in
     build) wanted=(g++ cmake) ;;
@@ -27,7 +27,12 @@ case "${1:-}" in
     valgrind) wanted=(valgrind) ;;
     perft-bench) wanted=(stockfish) ;;
     search-bench) wanted=(ethereal-chess) ;;
-    *) echo "usage: tools/setup.sh build|test|tune|web|windows|windows-test|dist|node|opponents|fuzz|valgrind|perft-bench|search-bench" >&2; exit 2 ;;
+    # The Debian package: dpkg's tools for the control file, lintian to
+    # check it; its test makes a Debian 12 root with debootstrap (what the
+    # test runs in that root, XBoard and Xvfb among them, goes in the root).
+    deb) wanted=(dpkg-dev lintian binutils) ;;
+    deb-test) wanted=(debootstrap) ;;
+    *) echo "usage: tools/setup.sh build|test|tune|web|windows|windows-test|dist|node|opponents|fuzz|valgrind|perft-bench|search-bench|deb|deb-test" >&2; exit 2 ;;
 esac
 missing=()
 # A package counts as present when Debian has it installed, or when the

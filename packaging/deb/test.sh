@@ -1,0 +1,178 @@
+#!/usr/bin/env bash
+# Installs the Debian package into a fresh Debian 12 root and checks it there:
+# apt installs it as the README says; velkor, found in /usr/games by a
+# user's PATH, answers uciok and counts bench's nodes, velkor-tuned loads the
+# tuned string; man -w finds both pages; XBoard, started under Xvfb, lists
+# "Velkor" and "Velkor (tuned)" by itself, and loading the first starts the
+# engine through polyglot (screenshots in TEST_DIR); dpkg --purge leaves no
+# file behind.
+# The root is a debootstrap minbase of bookworm with what the test runs
+# (man-db, XBoard, polyglot, Xvfb, xdotool, ImageMagick) and a user; it is
+# made once and kept as a tarball in TEST_DIR, and each run unpacks it anew.
+# Needs root (debootstrap, mount, chroot).
+# Usage: packaging/deb/test.sh DEB TEST_DIR
+set -euo pipefail
+here=$(dirname "$(realpath "$0")")
+deb=$(realpath "$1")
+dir=$(realpath -m "$2")
+mirror=${DEB_MIRROR:-http://deb.debian.org/debian}
+fail() { echo "test-deb: $*" >&2; exit 1; }
+[ "$(id -u)" -eq 0 ] || fail "needs root (debootstrap, mount, chroot)"
+[ -f "$deb" ] || fail "no package $1"
+nodes=$(grep -v '^#' "$here/../../tests/data/bench.txt")
+mkdir -p "$dir"
+
+mounted=()
+cleanup() {
+    local root proc
+    # The processes the test started in the root (Xvfb, XBoard and theirs).
+    for root in "$dir/make-base" "$dir/root"; do
+        for proc in /proc/[0-9]*; do
+            [ "$(readlink "$proc/root" 2>/dev/null)" = "$root" ] && kill "${proc#/proc/}" 2>/dev/null
+        done
+    done
+    sleep 0.5
+    for ((i = ${#mounted[@]} - 1; i >= 0; i--)); do umount "${mounted[i]}" 2>/dev/null || umount -l "${mounted[i]}"; done
+    mounted=()
+}
+trap cleanup EXIT
+enter() {  # mounts what programs in the root need: /proc, and /dev for /dev/null and the like
+    mount -t proc proc "$1/proc" && mounted+=("$1/proc")
+    mount --bind /dev "$1/dev" && mounted+=("$1/dev")
+}
+in_root() { chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LANG=C.UTF-8 DEBIAN_FRONTEND=noninteractive "$@"; }
+# As a user, with the PATH Debian gives users (/usr/games in it).
+as_user() {
+    chroot --userspec=player:player "$root" env -i PATH=/usr/local/bin:/usr/bin:/bin:/usr/local/games:/usr/games \
+        HOME=/home/player LANG=C.UTF-8 "$@"
+}
+
+base=$dir/bookworm-base.tar.gz
+if [ ! -f "$base" ]; then
+    echo "test-deb: making the Debian 12 root (debootstrap --variant=minbase bookworm $mirror), kept as $base"
+    rm -rf "$dir/make-base"
+    debootstrap --variant=minbase bookworm "$dir/make-base" "$mirror" >"$dir/debootstrap.log" 2>&1 ||
+        fail "debootstrap failed: $dir/debootstrap.log"
+    root=$dir/make-base
+    cp /etc/resolv.conf "$root/etc/resolv.conf"
+    enter "$root"
+    in_root apt-get update -qq
+    in_root apt-get install -y -qq --no-install-recommends man-db xboard polyglot xvfb xauth xdotool imagemagick \
+        >"$dir/tools.log" 2>&1 || fail "installing the test's tools failed: $dir/tools.log"
+    in_root apt-get clean
+    in_root useradd -m -s /bin/sh player
+    cleanup
+    tar -C "$dir/make-base" -czf "$base.part" . && mv "$base.part" "$base"
+    rm -rf "$dir/make-base"
+fi
+
+root=$dir/root
+rm -rf "$root" && mkdir -p "$root"
+tar -C "$root" -xzf "$base"
+enter "$root"
+# Every path in the root but the mounts, /tmp and the user's home (XBoard's
+# settings file is the user's, not the package's), and the caches that apt
+# and man-db make anew whatever they install (apt's package caches, mandb's
+# CACHEDIR.TAG files); after the purge, no path in the root may name velkor.
+listing() {
+    (cd "$root" && find . \( -path ./proc -o -path ./dev -o -path ./tmp -o -path ./home/player \) -prune -o -print |
+        grep -v -E '^\./var/cache/apt/(src)?pkgcache\.bin$|^\./var/cache/man/.*/?CACHEDIR\.TAG$' | LC_ALL=C sort)
+}
+listing >"$dir/files-before.txt"
+
+name=$(basename "$deb")
+cp "$deb" "$root/tmp/$name"
+echo "test-deb: apt install ./$name"
+(cd "$root/tmp" && in_root sh -c "cd /tmp && apt install -y ./$name" >"$dir/install.log" 2>&1) ||
+    fail "apt install failed: $dir/install.log"
+in_root dpkg-query -W -f='${Status} ${Version}\n' velkor | grep -q '^install ok installed' || fail "velkor is not installed"
+
+# The engine by its name, from /usr/games.
+[ "$(as_user sh -c 'command -v velkor')" = /usr/games/velkor ] || fail "velkor is not found in /usr/games"
+out=$(printf 'uci\nquit\n' | as_user velkor)
+grep -qx uciok <<<"$out" || fail "velkor: no uciok: $out"
+echo "test-deb: velkor: $(grep '^id name' <<<"$out"), uciok"
+out=$(printf 'bench\n' | as_user velkor)
+grep -q "^$nodes nodes in " <<<"$out" || fail "velkor: bench: $(tail -n 1 <<<"$out")"
+echo "test-deb: velkor: $(grep "^$nodes nodes in " <<<"$out")"
+genes=$(head -n 1 "$here/../../tools/tune/tuned.txt")
+out=$(printf 'uci\nquit\n' | as_user velkor-tuned)
+[ "$(grep -c '^info debug pbil\[' <<<"$out")" -eq 14 ] && grep -qx uciok <<<"$out" ||
+    fail "velkor-tuned: the tuned string was not loaded: $out"
+echo "test-deb: velkor-tuned: 14 weights loaded, uciok"
+
+# The manual pages.
+for page in velkor velkor-tuned; do
+    where=$(as_user man -w "$page") || fail "man -w $page finds nothing"
+    echo "test-deb: man -w $page: $where"
+done
+as_user sh -c 'man -P cat velkor 2>&1 >/dev/null' | grep . && fail "man velkor: warnings"
+
+# XBoard under Xvfb, as Debian starts it (-autoInstall "ALL" in
+# /etc/xboard/xboard.conf), without a first engine (-ncp). No window
+# manager: the menus and dialogs open at fixed places on the 1024x768 screen.
+rm -f "$dir"/xboard-*.png
+cat >"$root/tmp/xboard-test.sh" <<'EOF'
+#!/bin/sh
+export DISPLAY=:7
+Xvfb :7 -screen 0 1024x768x24 -nolisten tcp >/tmp/xvfb.log 2>&1 &
+xvfb=$!
+for i in $(seq 50); do xdotool getmouselocation >/dev/null 2>&1 && break; sleep 0.1; done
+xboard -ncp -debug -nameOfDebugFile /tmp/xboard-debug.txt >/tmp/xboard.log 2>&1 &
+xboard=$!
+for i in $(seq 100); do xdotool search --name '^xboard$' >/dev/null 2>&1 && break; sleep 0.1; done
+sleep 2
+xdotool mousemove 272 14 click 1; sleep 1           # Engine
+xdotool mousemove 345 68 click 1; sleep 2           # Load New 1st Engine...
+import -window root /tmp/xboard-engine-list.png
+xdotool mousemove 40 160 click 1; sleep 0.5         # the list's "Velkor"
+xdotool mousemove 515 343 click 1; sleep 3          # OK: XBoard starts it through polyglot
+xdotool mousemove 157 14 click 1; sleep 1           # Mode
+xdotool mousemove 208 38 click 1                    # Machine White: Velkor thinks, then moves
+for i in $(seq 300); do grep -q '<first : move ' /tmp/xboard-debug.txt && break; sleep 0.1; done
+sleep 1
+import -window root /tmp/xboard-velkor-playing.png
+# Quit (ctrl+q, the pointer on the board: no window manager, the focus
+# follows it), so that XBoard writes its settings; then the X server.
+xdotool mousemove 200 300 key ctrl+q
+for i in $(seq 100); do kill -0 $xboard 2>/dev/null || break; sleep 0.1; done
+kill $xvfb
+EOF
+chmod +x "$root/tmp/xboard-test.sh"
+as_user /tmp/xboard-test.sh || fail "the XBoard session failed"
+cp "$root/tmp/xboard-engine-list.png" "$root/tmp/xboard-velkor-playing.png" "$dir/"
+cp "$root/tmp/xboard-debug.txt" "$dir/xboard-debug.txt"
+cleanup_xboard() {
+    local proc
+    for proc in /proc/[0-9]*; do
+        [ "$(readlink "$proc/root" 2>/dev/null)" = "$root" ] && kill "${proc#/proc/}" 2>/dev/null
+    done
+    sleep 1
+}
+cleanup_xboard
+rc=$root/home/player/.xboardrc
+[ -f "$rc" ] || fail "XBoard wrote no settings file"
+# The engine list XBoard keeps: the plugin files' lines with -fUCI.
+list=$(sed -n '/^-firstChessProgramNames {/,/^}/p' "$rc")
+grep -q $'^"Velkor"\t-fcp\t/usr/games/velkor -fUCI$' <<<"$list" || fail "XBoard's list has no Velkor: $list"
+grep -q $'^"Velkor\xc2\xa0(tuned)"\t-fcp\t/usr/games/velkor-tuned -fUCI$' <<<"$list" ||
+    fail "XBoard's list has no Velkor (tuned): $list"
+echo "test-deb: XBoard's engine list: Velkor, Velkor (tuned) ($dir/xboard-engine-list.png)"
+grep -q 'polyglot .*-ec "/usr/games/velkor"' "$dir/xboard-debug.txt" || fail "XBoard did not start Velkor's entry"
+grep -q 'feature .*myname="Velkor ' "$dir/xboard-debug.txt" || fail "Velkor did not answer XBoard through polyglot"
+move=$(grep -m 1 -o '<first : move [a-h1-8qrbn]*' "$dir/xboard-debug.txt" | sed 's/.* //') || true
+[ -n "$move" ] || fail "Velkor made no move for XBoard"
+echo "test-deb: XBoard loaded Velkor through polyglot, $(grep -m 1 -o 'myname="[^"]*"' "$dir/xboard-debug.txt"), first move $move ($dir/xboard-velkor-playing.png)"
+
+# The purge: every path the package brought goes, and nothing else changes.
+in_root dpkg --purge velkor >"$dir/purge.log" 2>&1 || fail "dpkg --purge failed: $dir/purge.log"
+rm -f "$root/tmp/$name"
+listing >"$dir/files-after.txt"
+if ! diff -u "$dir/files-before.txt" "$dir/files-after.txt" >"$dir/files.diff"; then
+    cat "$dir/files.diff" >&2
+    fail "dpkg --purge left the root changed (above)"
+fi
+left=$(cd "$root" && find . \( -path ./proc -o -path ./dev -o -path ./tmp -o -path ./home/player \) -prune -o -iname '*velkor*' -print)
+[ -z "$left" ] || fail "dpkg --purge left: $left"
+echo "test-deb: dpkg --purge velkor: the root's $(wc -l <"$dir/files-after.txt") paths are those before the install"
+echo "test-deb: all passed"
