@@ -11,4 +11,11 @@ export default [
     languageOptions: { ecmaVersion: 2022, sourceType: 'module', globals: { ...globals.node } },
     rules: { 'no-unused-vars': ['error', { argsIgnorePattern: '^_', caughtErrors: 'none' }] },
   },
+  // The tuner's campaign page runs in the browser, a classic script.
+  {
+    files: ['tools/tune/velkor_tune/page/**/*.js'],
+    languageOptions: { sourceType: 'script', globals: { ...globals.browser } },
+  },
+  // The test that drives it hands functions to the page.
+  { files: ['tools/tune/tests/*.mjs'], languageOptions: { globals: { ...globals.node, ...globals.browser } } },
 ];

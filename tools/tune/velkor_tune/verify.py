@@ -2,6 +2,7 @@
 mini-matches of a few pairs each; with bounds, a sequential test that stops
 the match at its verdict.
 
+OUT/match.json     the match: strings, limit, seed, games, the test's bounds
 OUT/results.jsonl  one line a finished mini-match
 OUT/games.pgn      the games
 OUT/summary.json   the match's totals, Elo, the test, written when it ends
@@ -13,7 +14,7 @@ import time
 from . import engine, match, records, stats, tasks
 from .runfolder import write_json
 
-SUMMARY = "summary.json"
+SUMMARY, SETTINGS = "summary.json", "match.json"
 # What makes two mini-matches games of one match.
 SAME_MATCH = ("genes", "base", "depth", "tc", "seed", "random_plies")
 
@@ -43,6 +44,9 @@ def verify(client, genes_text, base, games, depth, tc, seed, engine_path, bounds
     work = match_tasks(genes_text, base, games, depth, tc, seed, digest, random_plies)
     if not work:
         raise ValueError("a match needs at least 2 games, a pair")
+    # What the match is, for a reader of the folder while it plays.
+    write_json(out / SETTINGS, {**{k: work[0][k] for k in SAME_MATCH}, "games": games, "sprt": bounds,
+                                "min_games": min_games})
     started = time.monotonic()
     progress = tasks.Progress(games)
 
