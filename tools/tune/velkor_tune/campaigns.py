@@ -168,7 +168,7 @@ def spsa_part(state: dict) -> dict:
     s = state["settings"]
     per_batch = s["pairs"] * s["batch"]
     return {"kind": "spsa", "final": state["batch"] >= spsa.batches(s), "batch": state["batch"],
-            "batches": spsa.batches(s), "path": state["path"], "theta": state["theta"],
+            "batches": spsa.batches(s), "thetas": state["path"], "theta": state["theta"],
             "c": [spsa.schedule(s, max(1, b * per_batch))[0] for b in range(len(state["path"]))],
             "genes": spsa.answer(state), "games": state["games"], "failures": state["failures"],
             "limit": limit_text(s)}

@@ -20,7 +20,11 @@ function el(tag, attrs = {}, ...children) {
 }
 
 const fixed = (x, n = 1) => (x === null || x === undefined ? '—' : Number(x).toFixed(n));
-const signed = (x, n = 1) => (x === null || x === undefined ? '—' : `${x >= 0 ? '+' : ''}${Number(x).toFixed(n)}`);
+function signed(x, n = 1) {
+  if (x === null || x === undefined) return '—';
+  const text = Number(x).toFixed(n);
+  return Number(text) === 0 ? (0).toFixed(n) : `${x > 0 ? '+' : ''}${text}`;
+}
 function clock(seconds) {
   if (seconds === null || seconds === undefined) return '—';
   const s = Math.max(0, Math.round(seconds));
@@ -92,6 +96,14 @@ function workersTable(rows) {
       el('td', { text: w.last ?? '—' }), el('td', { text: endedAt(w.finished) }))))));
 }
 
+// A row a weight, a column for each of the named lists of values.
+function weightsTable(genes, columns) {
+  return el('div', { class: 'scroll' }, el('table', { class: 'weights' },
+    el('thead', {}, el('tr', {}, el('th', { text: 'weight' }), columns.map(([title]) => el('th', { text: title })))),
+    el('tbody', {}, genes.names.map((name, k) => el('tr', {}, el('th', { text: name }),
+      columns.map(([title, values]) => el('td', { 'data-figure': `${title} ${name}`, text: values[k] })))))));
+}
+
 function failuresText(kinds) {
   const list = Object.entries(kinds ?? {});
   return list.length ? list.map(([k, n]) => `${k} ${n}`).join(', ') : 'none';
@@ -141,38 +153,37 @@ const draw = {
   },
   pbil(p, genes) {
     const gens = p.bits.length;
-    const cell = 6;
+    const cell = Math.max(2, Math.floor(600 / gens));
     const heat = el('svg:svg', { viewBox: `0 0 ${gens * cell + 120} ${p.bits[0].length * 3 + 4}`, class: 'heat', role: 'img', 'aria-label': 'probability of a one bit by generation' });
     genes.names.forEach((name, k) => heat.append(el('svg:text', { x: 0, y: (k + 0.5) * genes.size * 3 + 5, class: 'tick', text: name })));
     p.bits.forEach((vector, g) => vector.forEach((q, b) => heat.append(el('svg:rect', {
       x: 120 + g * cell, y: b * 3 + 2, width: cell, height: 3, fill: `hsl(${q >= 0.5 ? 0 : 220} 70% ${100 - 50 * Math.abs(q - 0.5) * 2}%)`,
     }))));
-    const fitness = p.fitness.length ? chart({
-      title: 'fitness by generation: best and mean ± s.e.', yMin: 0, yMax: 1, width: 480, height: 180, xLabel: 'generation',
+    const fitness = p.fitness.length ? el('div', { class: 'wide' }, chart({
+      title: 'fitness by generation: best (blue) and mean (orange) ± s.e.', yMin: 0, yMax: 1, width: 480, height: 180, xLabel: 'generation',
       lines: [{ y: 0.5, cls: 'base' }],
       series: [{ cls: 's0', points: p.fitness.map((f, g) => [g + 1, f.best, f.best_error]) },
         { cls: 's1', points: p.fitness.map((f, g) => [g + 1, f.mean, f.mean_error]) }],
-    }) : null;
+    })) : null;
     return [
       figures([['generation', 'generation', `${p.generation} of ${p.generations}`], ['games', 'games', p.games],
         ['entropy', 'entropy', fixed(p.entropy, 3)], ['limit', 'limit', p.limit]]),
       progress(p.generation, p.generations),
       el('p', { class: 'genes' }, 'the vector\'s answer ', el('code', { 'data-figure': 'genes', text: p.genes })),
-      el('table', { class: 'weights' }, el('tr', {}, genes.names.map((n) => el('th', { text: n }))),
-        el('tr', {}, p.expected.map((v) => el('td', { text: fixed(v, 1) })))),
+      weightsTable(genes, [['expected', p.expected.map((v) => fixed(v, 1))], ['default', genes.defaults]]),
       el('figure', {}, heat, el('figcaption', { text: 'bits by generation: red towards 1, blue towards 0' })),
       fitness,
     ];
   },
   spsa(p, genes, section) {
-    const start = p.path[0];
+    const start = p.thetas[0];
     const steps = section.dataset.view === 'steps';
-    const per = p.path.length > 1 ? Math.max(1, Math.round(p.games / (p.path.length - 1))) : 1;
+    const per = p.thetas.length > 1 ? Math.max(1, Math.round(p.games / (p.thetas.length - 1))) : 1;
     const grid = el('div', { class: 'grid' }, genes.names.map((name, k) => chart({
       title: name, xLabel: 'games', height: 120,
       yMin: steps ? null : genes.low, yMax: steps ? null : genes.high,
       lines: [{ y: steps ? 0 : start[k], cls: 'start' }, ...(steps ? [] : [{ y: genes.defaults[k], cls: 'base' }])],
-      series: [{ cls: 's0', points: p.path.map((theta, b) => [b * per, steps ? (theta[k] - start[k]) / p.c[b] : theta[k]]) }],
+      series: [{ cls: 's0', points: p.thetas.map((theta, b) => [b * per, steps ? (theta[k] - start[k]) / p.c[b] : theta[k]]) }],
     })));
     const toggle = el('button', { type: 'button', class: 'toggle', 'data-figure': 'view', text: steps ? 'show values' : 'show steps of c',
       onclick: () => { section.dataset.view = steps ? 'values' : 'steps'; section.replaceChildren(...sectionBody(section.part, genes, section)); } });
@@ -182,11 +193,8 @@ const draw = {
         ['c now', 'c', fixed(c, 2)], ['limit', 'limit', p.limit]]),
       progress(p.batch, p.batches),
       el('p', { class: 'genes' }, 'θ now ', el('code', { 'data-figure': 'genes', text: p.genes })),
-      el('table', { class: 'weights' },
-        el('tr', {}, el('th', {}), genes.names.map((n) => el('th', { text: n }))),
-        el('tr', {}, el('th', { text: 'start' }), start.map((v) => el('td', { text: fixed(v, 1) }))),
-        el('tr', {}, el('th', { text: 'θ' }), p.theta.map((v) => el('td', { 'data-figure': 'theta', text: fixed(v, 1) }))),
-        el('tr', {}, el('th', { text: 'steps of c' }), p.theta.map((v, k) => el('td', { text: signed((v - start[k]) / c, 1) })))),
+      weightsTable(genes, [['start', start.map((v) => fixed(v, 1))], ['θ', p.theta.map((v) => fixed(v, 1))],
+        ['steps of c', p.theta.map((v, k) => signed((v - start[k]) / c, 1))], ['default', genes.defaults]]),
       el('div', { class: 'row' }, toggle, el('span', { class: 'note', text: steps ? 'θ − start in steps of c at each point' : 'θ by games; dotted: start, dashed: default' })),
       grid,
     ];
