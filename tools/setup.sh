@@ -20,7 +20,7 @@ case "${1:-}" in
     windows) wanted=(cmake g++-mingw-w64-x86-64) ;;
     windows-test) wanted=(libgtest-dev wine64) ;;
     dist) wanted=(g++ cmake g++-mingw-w64-x86-64 wine64 zip) ;;
-    # Node.js, and the engines the match driver plays against.
+    # The match driver and the engines it plays against.
     node) wanted=(nodejs npm) ;;
     opponents) wanted=("${opponents[@]}") ;;
     # The fuzz targets (clang's libFuzzer), memcheck, and the engines the benchmarks compare with.

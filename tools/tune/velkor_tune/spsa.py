@@ -1,4 +1,4 @@
-"""SPSA over the 14 weights, as the large engine projects tune: each task
+"""SPSA over the weights, as the large engine projects tune: each task
 plays theta + c*delta against theta - c*delta (delta a random +-1 for each
 weight, both strings rounded stochastically and clipped to the weights'
 range) for a few
