@@ -7,7 +7,7 @@ JOBS    ?= $(shell nproc 2>/dev/null || echo 2)
 RELEASE := $(BUILD)/release
 SANITIZE := $(BUILD)/sanitize
 
-.PHONY: all run test test-v3 setup-test setup-js lint-js release release-pgo sanitize fuzz soak tune tune-scheduler tune-worker perft-long bench-perft bench-eval bench-search bench-match check-valgrind clean deb test-deb
+.PHONY: all run test test-v3 setup-test setup-js lint-js release release-pgo sanitize fuzz soak tune tune-serve tune-scheduler tune-worker perft-long bench-perft bench-eval bench-search bench-match check-valgrind clean deb test-deb
 
 all: release
 
@@ -68,6 +68,7 @@ test: setup-test release sanitize
 	@$(MAKE) --no-print-directory lint-js test-web
 	git ls-files 'src/*.cpp' 'src/*.h' 'tests/*.cpp' 'tests/*.h' 'tools/*.cpp' 'bench/*.cpp' | xargs clang-format-14 --style=file --dry-run --Werror
 	/usr/bin/python3 -m pyflakes tools/tune bench/match.py
+# The tuner's tests, headless chromium on its campaign page among them (after lint-js's npm ci).
 	cd tools/tune && VELKOR_ENGINE=$(abspath $(RELEASE))/velkor /usr/bin/python3 -m pytest -q
 	bash tests/fuzz/run.sh $(FUZZ_SMOKE)
 	node tools/match/match.mjs --engine $(RELEASE)/velkor --games 4 --tc 2+0.02 --concurrency 2 \
@@ -102,6 +103,11 @@ tune: release
 	@bash tools/setup.sh tune
 	bash tools/match/setup.sh --no-opponents
 	tools/tune/velkor-tune $(ARGS)
+
+# The live page of every campaign in tuning/ and build/tune/: make tune-serve [ARGS="FOLDER ... --port N"]
+tune-serve:
+	@bash tools/setup.sh tune
+	tools/tune/velkor-tune serve $(filter-out --help,$(ARGS))
 
 tune-scheduler:
 	@bash tools/setup.sh tune

@@ -28,4 +28,11 @@ export default [
     rules: { 'no-unused-vars': ['error', { varsIgnorePattern: '^velkorInput$' }] },
   },
   { files: ['web/engine/library.js'], languageOptions: { globals: { velkorInput: 'readonly' } } },
+  // The tuner's campaign page runs in the browser, a classic script.
+  {
+    files: ['tools/tune/velkor_tune/page/**/*.js'],
+    languageOptions: { sourceType: 'script', globals: { ...globals.browser } },
+  },
+  // The test that drives it hands functions to the page.
+  { files: ['tools/tune/tests/*.mjs'], languageOptions: { globals: { ...globals.node, ...globals.browser } } },
 ];

@@ -88,9 +88,9 @@ def play(args, per_task: str | None, out: pathlib.Path, engine: pathlib.Path, lo
     results = sorted((r["pair_offset"], r["penta"], r["wins"], r["draws"], r["losses"])
                      for r in map(json.loads, (out / "results.jsonl").read_text().splitlines()))
     cpu = usage.ru_utime + usage.ru_stime
+    from velkor_tune import records  # a match's summary counts as a record does
     return {"wall": wall, "cpu": cpu, "plies": summary["plies"], "engines": engines_cpu(log),
-            "games": summary["wins"] + summary["draws"] + summary["losses"], "results": results,
-            "failures": sum(summary["failures"].values()) + sum(summary["base_failures"].values())}
+            "games": records.games(summary), "results": results, "failures": records.failures(summary)}
 
 
 def script(path: pathlib.Path, text: str) -> pathlib.Path:

@@ -5,11 +5,14 @@
 # Every script and make target of the project installs through here.
 # Usage: tools/setup.sh build|test|tune|web|windows|windows-test|dist|node|opponents|fuzz|valgrind|perft-bench|search-bench|deb|deb-test
 set -euo pipefail
+# The opponents of the match driver: the packages of its table of engines.
+read -ra opponents <<<"$(awk -F'|' '!/^[[:space:]]*(#|$)/ { gsub(/[[:space:]]/, "", $2); printf "%s ", $2 }' \
+    "$(dirname "$0")/match/opponents.txt")"
 case "${1:-}" in
     build) wanted=(g++ cmake) ;;
     # The tests: GoogleTest, clang with its fuzzer runtime, Node.js for the
     # match driver and the opponents it plays, the tuner's Python packages.
-    test) wanted=(g++ cmake libgtest-dev clang clang-format-14 libclang-rt-14-dev nodejs npm glaurung toga2 stockfish
+    test) wanted=(g++ cmake libgtest-dev clang clang-format-14 libclang-rt-14-dev nodejs npm "${opponents[@]}"
         python3-pytest python3-pyflakes python3-numpy python3-distributed python3-matplotlib) ;;
     # The tuner and its Dask workers: Python's numerics, Dask, plots, Node.js for the games.
     tune) wanted=(nodejs npm python3-numpy python3-distributed python3-matplotlib) ;;
@@ -21,7 +24,7 @@ case "${1:-}" in
     web) wanted=(emscripten nodejs npm chromium) ;;
     # The match driver and the engines it plays against.
     node) wanted=(nodejs npm) ;;
-    opponents) wanted=(glaurung toga2 stockfish) ;;
+    opponents) wanted=("${opponents[@]}") ;;
     # The fuzz targets (clang's libFuzzer), memcheck, and the engines the benchmarks compare with.
     fuzz) wanted=(clang libclang-rt-14-dev) ;;
     valgrind) wanted=(valgrind) ;;

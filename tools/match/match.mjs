@@ -17,16 +17,27 @@ import { parseArgs } from 'node:util';
 import { loadOpenings, Chess, START_FEN, gameOverByRules } from './lib/referee.mjs';
 import { runCompliance } from './lib/compliance.mjs';
 import { Pool } from './lib/pool.mjs';
+import { UciEngine } from './lib/uci-engine.mjs';
 
 const HERE = dirname(fileURLToPath(import.meta.url));
 const REPO = resolve(HERE, '..', '..');
 
-const OPPONENTS = {
-  glaurung: { name: 'Glaurung', path: '/usr/games/glaurung', options: [['Threads', 1], ['Hash', 16], ['OwnBook', 'false'], ['Ponder', 'false']] },
-  toga2: { name: 'Toga2', path: '/usr/games/toga2', options: [['Number of Threads', 1], ['Hash', 16], ['OwnBook', 'false']] },
-  stockfish: { name: 'Stockfish', path: '/usr/games/stockfish', options: [['Threads', 1], ['Hash', 16]] },
-  ethereal: { name: 'Ethereal', path: '/usr/games/ethereal-chess', options: [['Threads', 1], ['Hash', 16]] },
-};
+// The engines known by name, with the Debian package of each: the table
+// that tools/setup.sh installs from (see opponents.txt).
+export function loadOpponents(file = join(HERE, 'opponents.txt')) {
+  const table = {};
+  for (const line of readFileSync(file, 'utf8').split('\n')) {
+    if (!line.trim() || line.trim().startsWith('#')) continue;
+    const [key, pkg, path, name, options, byDefault] = line.split('|').map((f) => f.trim());
+    table[key] = {
+      name, path, package: pkg, byDefault: byDefault === 'default',
+      options: options.split(';').map((o) => o.trim()).filter(Boolean).map((o) => o.split('=').map((x) => x.trim())),
+    };
+  }
+  return table;
+}
+const OPPONENTS = loadOpponents();
+const DEFAULT_OPPONENTS = Object.keys(OPPONENTS).filter((k) => OPPONENTS[k].byDefault).join(',');
 
 const USAGE = `usage: node tools/match/match.mjs [options]
 
@@ -36,10 +47,10 @@ const USAGE = `usage: node tools/match/match.mjs [options]
   --tc T                 time control [moves/]base+inc in seconds (default 2+0.02),
                          e.g. 2+0.02, 10+0.1, 40/10+0.1
   --depth D              games at a fixed depth (go depth D) instead of clocks
-  --opponents LIST       comma-separated: glaurung, toga2, stockfish, ethereal,
+  --opponents LIST       comma-separated: ${Object.keys(OPPONENTS).join(', ')},
                          velkor (a second Velkor with the default weights),
                          velkor:GENES (a second Velkor started with -pbil=GENES), or
-                         name=/path/to/uci-engine (default glaurung,toga2,stockfish)
+                         name=/path/to/uci-engine (default ${DEFAULT_OPPONENTS})
   --pbil GENES           start the tested Velkor with -pbil=GENES (84 characters)
   --stockfish-skill N    Stockfish "Skill Level" (default 1)
   --concurrency N        games played at once, each with its own engines (default 2)
@@ -84,6 +95,8 @@ const NUMBERS = {
 };
 
 export class UsageError extends Error {}
+// An engine of the match that cannot play: said in one line, before any game.
+export class EngineUnavailable extends Error {}
 
 // A -pbil= string as the engine reads it: GENE_SIZE characters a gene, its
 // genes those of the evaluation header's enum (84 characters).
@@ -110,7 +123,7 @@ export function parseOptions(argv) {
     tc: values.tc ?? '2+0.02',
     pbil: values.pbil === undefined ? null : genes(values.pbil),
     json: values.json === undefined ? null : resolve(values.json),
-    opponents: values.opponents ?? 'glaurung,toga2,stockfish',
+    opponents: values.opponents ?? DEFAULT_OPPONENTS,
     pgn: resolve(values.pgn ?? join(REPO, 'build', 'match', 'games.pgn')),
     openings: resolve(values.openings ?? join(HERE, 'openings.txt')),
     options: (values.option ?? []).map((text) => {
@@ -214,12 +227,41 @@ function pad(s, n, right = false) {
   return right ? s.padStart(n) : s.padEnd(n);
 }
 
-function checkEngine(path) {
+// Why an engine cannot play, or null when it starts and answers uci with
+// uciok (and isready, after its options); it is ended again either way.
+async function unfit(cfg) {
   try {
-    accessSync(path, fsc.X_OK);
+    accessSync(cfg.path, fsc.X_OK);
   } catch {
-    throw new UsageError(`engine not found or not executable: ${path}`);
+    return cfg.package ? `is not installed (Debian package ${cfg.package}; bash tools/match/setup.sh installs it)`
+      : 'is not there or not executable';
   }
+  const engine = new UciEngine(cfg);
+  engine.start();
+  try {
+    await engine.handshake();
+    await engine.quit();
+    return null;
+  } catch (err) {
+    await engine.kill();
+    return `does not answer uci with uciok (${err.message.replace(`${cfg.name}: `, '')})`;
+  }
+}
+
+// Every engine of a match, the tested one and each opponent, is started and
+// checked before the first game; once in a driver that serves many matches.
+const fit = new Set();
+export async function checkEngines(configs) {
+  const todo = [...new Map(configs.filter((c) => !fit.has(c.key)).map((c) => [c.key, c])).values()];
+  const why = await Promise.all(todo.map(unfit));
+  const bad = todo.map((cfg, k) => why[k] && `${cfg.name} (${cfg.path}) ${why[k]}`).filter(Boolean);
+  if (bad.length) throw new EngineUnavailable(`cannot play: ${bad.join('; ')}`);
+  for (const cfg of todo) fit.add(cfg.key);
+}
+
+function testedEngine(opt) {
+  const velkor = { name: 'Velkor', path: opt.engine, args: pbilArgs(opt.pbil), options: opt.options, isVelkor: true };
+  return { ...velkor, key: engineKey(velkor) };
 }
 
 // Each openings file is read and checked once by a driver that serves many matches.
@@ -307,11 +349,10 @@ class Tally {
 
 // Plays the games of one match on the pool; `log` takes the progress lines.
 async function playMatch(opt, pool, log) {
-  checkEngine(opt.engine);
-  const velkor = { name: 'Velkor', path: opt.engine, args: pbilArgs(opt.pbil), options: opt.options, isVelkor: true };
-  velkor.key = engineKey(velkor);
+  const velkor = testedEngine(opt);
   const opponents = opponentConfigs(opt.opponents, opt.stockfishSkill, velkor);
   if (!opponents.length) throw new UsageError('no opponents');
+  await checkEngines([velkor, ...opponents]);
   const jobs = schedule(opt, velkor, opponents);
   const limitText = opt.depth ? `depth ${opt.depth}` : opt.tc;
   log(`Match: ${opt.games} games at ${limitText}, Velkor (${opt.engine}) against ${opponents.map((o) => o.name).join(', ')}, concurrency ${opt.concurrency}`);
@@ -429,11 +470,11 @@ async function compliance(velkor, log) {
 async function main(opt) {
   const log = (line) => console.log(line);
   const started = performance.now();
-  checkEngine(opt.engine);
+  const velkor = testedEngine(opt);
+  await checkEngines([velkor, ...(opt.complianceOnly ? [] : opponentConfigs(opt.opponents, opt.stockfishSkill, velkor))]);
   let passed = 0;
   let failed = 0;
   if (opt.compliance || opt.complianceOnly) {
-    const velkor = { name: 'Velkor', path: opt.engine, args: pbilArgs(opt.pbil), options: opt.options, isVelkor: true };
     const { comp, bad } = await compliance(velkor, log);
     passed += comp.checks.length - bad;
     failed += bad;
@@ -476,7 +517,7 @@ async function serve() {
       await playMatch({ ...opt, concurrency: 1 }, pool, quiet);
       answer = { ok: true };
     } catch (err) {
-      if (!(err instanceof UsageError) && !(err instanceof SyntaxError)) {
+      if (!(err instanceof UsageError) && !(err instanceof SyntaxError) && !(err instanceof EngineUnavailable)) {
         await pool.close();
         throw err;
       }
@@ -513,6 +554,10 @@ async function cli() {
     console.log(`${passed} passed, ${failed} failed`);
     return failed ? 1 : 0;
   } catch (err) {
+    if (err instanceof EngineUnavailable) {
+      process.stderr.write(`match: ${err.message}\n`);
+      return 2;
+    }
     if (!(err instanceof UsageError)) throw err;
     process.stderr.write(`${err.message}\n\n${USAGE}`);
     return 2;

@@ -136,7 +136,7 @@ int main(int argc, char** argv) {
             for (int k = 0; k < GENE_NUMBER; ++k) {
                 for (const int change : {step, -step}) {
                     const int32_t kept = genes[k];
-                    if (kept + change < 0 || kept + change > 63) continue;
+                    if (kept + change < 0 || kept + change > (1 << GENE_SIZE) - 1) continue;
                     genes[k] = kept + change;
                     const double l = loss(fitted, white_scores(fitted), scale);
                     if (l < best - 1e-9) {

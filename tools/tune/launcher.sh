@@ -11,7 +11,10 @@ if [ ! -f "$tuned" ]; then
     exit 0
 fi
 genes=$(head -n 1 "$tuned")
-[[ $genes =~ ^[01]{84}$ ]] || { echo "launcher: $tuned: the first line is not an 84-character string" >&2; exit 1; }
+# The string's length is the engine's, read from its evaluation header by the tuner.
+bits=$(/usr/bin/python3 -c 'import sys; sys.path.insert(0, sys.argv[1]); from velkor_tune import genes; print(genes.BITS)' \
+    "$(dirname "$0")")
+[[ $genes =~ ^[01]{$bits}$ ]] || { echo "launcher: $tuned: the first line is not a $bits-character string" >&2; exit 1; }
 case "$1" in
     linux)
         printf '#!/bin/sh\nexec "$(dirname "$0")/velkor" -pbil=%s "$@"\n' "$genes" >"$2/velkor-tuned"

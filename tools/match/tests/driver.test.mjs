@@ -3,11 +3,11 @@
 import { test } from 'node:test';
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
-import { mkdtempSync, readFileSync, rmSync } from 'node:fs';
+import { existsSync, mkdtempSync, readFileSync, rmSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { fileURLToPath } from 'node:url';
-import { parseOptions, pairOpening, UsageError } from '../match.mjs';
+import { parseOptions, pairOpening, UsageError, checkEngines, loadOpponents, EngineUnavailable } from '../match.mjs';
 import { Chess, playUci, playPvMove, gameOverByRules } from '../lib/referee.mjs';
 
 const path = (rel) => fileURLToPath(new URL(rel, import.meta.url));
@@ -40,6 +40,30 @@ test('the driver counts the illegal pvs of the tested side, both games of a pair
     assert.deepEqual(history.slice(0, 3).map((m) => m.lan), ['e2e4', 'h7h5', 'a2a4']);
     assert.deepEqual(chess.getComments()[0], { fen: history[2].after, comment: 'opening: e4 +2; go depth 1' });
   }
+});
+
+test('an engine that cannot play stops the match in one line before any game', async () => {
+  const dir = mkdtempSync(join(tmpdir(), 'velkor-test-'));
+  const pgn = join(dir, 'games.pgn');
+  for (const [args, line] of [
+    [['--opponents', 'ghost=/nonexistent/engine'], 'ghost (/nonexistent/engine) is not there or not executable'],
+    [['--opponents', `stockfish,mute=/bin/true`], 'mute (/bin/true) does not answer uci with uciok (stdout closed)'],
+    [['--engine', '/nonexistent/velkor', '--opponents', 'stockfish'], 'Velkor (/nonexistent/velkor) is not there or not executable'],
+  ]) {
+    const run = spawnSync(process.execPath, [path('../match.mjs'), '--engine', VELKOR, '--games', '2', '--depth', '2',
+      '--pgn', pgn, ...args], { encoding: 'utf8' });
+    assert.deepEqual([run.status, run.stdout, run.stderr], [2, '', `match: cannot play: ${line}\n`], args.join(' '));
+    assert.ok(!existsSync(pgn));
+  }
+  // A table engine that is not installed names its package; a serving driver answers the line and goes on.
+  const ethereal = { ...loadOpponents().ethereal, path: '/nonexistent/ethereal-chess', key: 'e' };
+  await assert.rejects(checkEngines([ethereal]), new EngineUnavailable('cannot play: Ethereal (/nonexistent/ethereal-chess)'
+    + ' is not installed (Debian package ethereal-chess; bash tools/match/setup.sh installs it)'));
+  const line = JSON.stringify(['--engine', VELKOR, '--opponents', 'ghost=/nonexistent/engine', '--games', '2', '--pgn', pgn]);
+  const served = spawnSync(process.execPath, [path('../match.mjs'), '--serve'], { input: `${line}\n${line}\n`, encoding: 'utf8' });
+  const answer = JSON.stringify({ error: 'cannot play: ghost (/nonexistent/engine) is not there or not executable' });
+  assert.deepEqual([served.status, served.stdout], [0, `${answer}\n${answer}\n`]);
+  rmSync(dir, { recursive: true });
 });
 
 test('parseOptions refuses bad input with a UsageError', () => {

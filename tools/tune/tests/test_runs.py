@@ -91,10 +91,12 @@ def test_killed_spsa_run_resumes_to_the_same_theta(tmp_path, env):
     assert (whole / "theta.txt").read_text() in out
     assert (whole / "spsa.png").stat().st_size > 0
 
+    # Stopped as Ctrl-C stops it, it names the command that carries on.
     process = start(["spsa", cut, *tiny], env)
     wait_for(lambda: len(records(cut)) >= 3 or process.poll() is not None)
-    os.killpg(process.pid, signal.SIGKILL)
-    process.wait()
+    process.send_signal(signal.SIGINT)
+    out, _ = process.communicate(timeout=60)
+    assert process.returncode == 130 and out.endswith(f"\nstopped; carry on with: velkor-tune spsa {cut}\n"), out
     finish(start(["spsa", cut, "--workers", 2], env))
     resumed = json.loads((cut / "state.json").read_text())
     assert (resumed["theta"], resumed["path"]) == (state["theta"], state["path"])

@@ -27,7 +27,8 @@ def engine_genes(text):
 @pytest.mark.skipif(not os.access(ENGINE, os.X_OK), reason="no engine build")
 def test_strings_read_as_the_engine_reads_them():
     rng = np.random.default_rng(7)
-    texts = [genes.DEFAULT_STRING, "1" * 84, "0" * 84, "x1" * 42] + pbil.sample(pbil.State(), 5, rng)
+    texts = [genes.DEFAULT_STRING, "1" * genes.BITS, "0" * genes.BITS, "x1" * (genes.BITS // 2)] \
+        + pbil.sample(pbil.State(), 5, rng)
     for text in texts:
         assert engine_genes(text) == genes.decode(text), text
     assert engine_genes(genes.DEFAULT_STRING) == list(genes.DEFAULTS)
@@ -36,27 +37,28 @@ def test_strings_read_as_the_engine_reads_them():
 def test_the_readme_names_the_genes_in_order():
     readme = " ".join((ROOT / "README.md").read_text().split())
     assert "in the order " + ", ".join(genes.GENE_NAMES) + "." in readme
-    with pytest.raises(ValueError, match="13 named genes, 14 defaults"):
+    with pytest.raises(ValueError, match=f"{genes.GENE_NUMBER - 1} named genes, {genes.GENE_NUMBER} defaults"):
         genes.read_header(genes.HEADER.read_text().replace("// king danger", ""))
 
 
 def test_gray_coding():
-    assert genes.decode("000111" + "101011" + "0" * 72)[:2] == [5, 50]
-    assert genes.decode("1" * 84) == [42] * 14
-    assert all(genes.gray_decode(genes.gray_encode(v)) == v for v in range(64))
-    assert all(bin(genes.gray_encode(v) ^ genes.gray_encode(v + 1)).count("1") == 1 for v in range(63))
+    assert genes.decode("000111" + "101011" + "0" * (genes.BITS - 12))[:2] == [5, 50]
+    assert genes.decode("1" * genes.BITS) == [42] * genes.GENE_NUMBER  # 111111 is 42 in Gray code
+    assert all(genes.gray_decode(genes.gray_encode(v)) == v for v in range(genes.HIGH + 1))
+    assert all(bin(genes.gray_encode(v) ^ genes.gray_encode(v + 1)).count("1") == 1 for v in range(genes.HIGH))
     with pytest.raises(ValueError):
-        genes.decode("1" * 83)
+        genes.decode("1" * (genes.BITS - 1))
 
 
 def test_pbil_step():
     no_mutation = pbil.Settings(mutation_probability=0.0)
-    best, worst = "1" * 42 + "0" * 42, "0" * 84
+    half = genes.BITS // 2
+    best, worst = "1" * half + "0" * half, "0" * genes.BITS
     state = pbil.update(pbil.State(), [worst, best], [0.2, 0.9], no_mutation, np.random.default_rng(1))
     # 0.5 -> 0.55 by the learning rate, then 0.55 * 0.925 + 0.075 where best and worst differ.
-    assert state.probabilities[:42] == pytest.approx([0.58375] * 42)
+    assert state.probabilities[:half] == pytest.approx([0.58375] * half)
     # Where they agree on a zero: 0.5 * 0.9 only.
-    assert state.probabilities[42:] == pytest.approx([0.45] * 42)
+    assert state.probabilities[half:] == pytest.approx([0.45] * half)
     mutated = pbil.update(pbil.State(), [best, worst], [1, 0], pbil.Settings(mutation_probability=1.0),
                           np.random.default_rng(1))
     assert all(abs(p - q) == pytest.approx(0.05 * q) or abs(p - q) == pytest.approx(0.05 * (1 - q))
@@ -93,11 +95,12 @@ def test_sequential_test_and_errors():
 
 
 def test_expected_gene_values():
-    mean, sd = report.gene_moments([0.5] * 84)
-    assert mean == pytest.approx([31.5] * 14) and sd == pytest.approx([18.47] * 14, abs=0.01)
+    n = genes.GENE_NUMBER
+    mean, sd = report.gene_moments([0.5] * genes.BITS)  # every value of 0..63 as likely
+    assert mean == pytest.approx([31.5] * n) and sd == pytest.approx([18.47] * n, abs=0.01)
     certain = [float(c) for c in genes.DEFAULT_STRING]
     mean, sd = report.gene_moments(certain)
-    assert list(mean) == pytest.approx(list(genes.DEFAULTS)) and sd == pytest.approx([0] * 14, abs=1e-6)
+    assert list(mean) == pytest.approx(list(genes.DEFAULTS)) and sd == pytest.approx([0] * n, abs=1e-6)
     assert pbil.consensus(certain) == genes.DEFAULT_STRING
 
 
@@ -117,7 +120,7 @@ def test_the_drivers_result_read(tmp_path):
     assert record["penta"] == [0, 1, 0, 0, 0]
     assert record["failures"] == {"crash": 1, "stall": 0, "illegal": 0, "illegalPv": 0, "timeForfeit": 0, "driver": 0}
     assert record["base_failures"] == {"crash": 0, "stall": 0, "illegal": 0, "illegalPv": 0, "timeForfeit": 0}
-    assert [(g["white"], g["ending"], g["plies"], g["points"]) for g in record["games"]] == \
+    assert [(g["white"], g["ending"], g["plies"], g["points"]) for g in record["per_game"]] == \
         [("Velkor", "move cap", 6, 0.5), ("base", "crash", 5, 0)]
     assert record["plies"] == 11
 
@@ -164,15 +167,16 @@ def test_spsa_schedules_and_step():
     assert spsa.schedule(s, 1) == pytest.approx((5.015457, 0.0031552), rel=2e-5)
     assert spsa.schedule(s, 100) == pytest.approx((3.15, 0.002))  # the schedules end at c_end and r_end
     # theta moves by R c (W - L) delta: 0.01 * 5 * 3 = 0.15, clipped to 0..63.
-    delta = [1, -1] * 7
-    theta = spsa.step([10.0] * 12 + [62.9, 0.1], delta, 5.0, 0.01, 3)
-    assert theta == pytest.approx([10.15, 9.85] * 6 + [63.0, 0.0])
+    n = genes.GENE_NUMBER
+    delta = [1, -1] * (n // 2)
+    theta = spsa.step([10.0] * (n - 2) + [genes.HIGH - 0.1, 0.1], delta, 5.0, 0.01, 3)
+    assert theta == pytest.approx([10.15, 9.85] * (n // 2 - 1) + [genes.HIGH, 0.0])
     assert spsa.step(theta, delta, 5.0, 0.01, 0) == theta
     # Stochastic rounding keeps the mean: 10.3 rounds up three times in ten.
     ups = np.mean([spsa.rounded([10.3], np.random.default_rng(k))[0] for k in range(4000)])
     assert ups == pytest.approx(10.3, abs=0.03)
-    delta, plus, minus = spsa.perturbation([0.0] + [31.5] * 13, 5.0, np.random.default_rng(3))
+    delta, plus, minus = spsa.perturbation([0.0] + [31.5] * (n - 1), 5.0, np.random.default_rng(3))
     assert all(abs(p - m) in (9, 10, 11) for p, m in zip(plus[1:], minus[1:]))
     assert (plus[0], minus[0]) == ((5, 0) if delta[0] > 0 else (0, 5))
     # The answer is theta, rounded: never a sampled point.
-    assert spsa.answer({"theta": [5.4, 2.6] + [10.0] * 12}) == genes.encode([5, 3] + [10] * 12)
+    assert spsa.answer({"theta": [5.4, 2.6] + [10.0] * (n - 2)}) == genes.encode([5, 3] + [10] * (n - 2))

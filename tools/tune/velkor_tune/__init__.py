@@ -1,1 +1,1 @@
-"""Velkor's gene tuner: PBIL over the engine's 84-bit -pbil= string."""
+"""Velkor's gene tuner: fits, SPSA and PBIL over the engine's -pbil= string, the match that verifies a string, and a live page of each campaign."""

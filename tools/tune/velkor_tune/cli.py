@@ -1,16 +1,22 @@
-"""velkor-tune: positions, label, fit, spsa, run, resume, verify, report, texel."""
+"""velkor-tune: a function for each command, named with its options and its
+way back after an interrupt in the table COMMANDS."""
 import argparse
 import datetime
 import pathlib
+import shlex
 import signal
 import sys
+from dataclasses import dataclass
+from typing import Callable
 
-from . import cluster, engine, genes, report
+from . import cluster, engine, genes, label, match, pbil, spsa
 
 REPO = pathlib.Path(__file__).resolve().parents[3]
 RELEASE = REPO / "build" / "release" / "velkor"
 DEPTH = 5  # of a run's games when neither --depth nor --tc is given
 POSITIONS_DEPTH = 7  # of self-play games for positions
+VERIFY_TC = "10+0.1"  # of a verification when neither --depth nor --tc is given
+SERVE_FOLDERS = (REPO / "tuning", REPO / "build" / "tune")
 
 
 def gene_string(text: str) -> str:
@@ -38,97 +44,25 @@ def positive(text: str) -> int:
     return value
 
 
-def add_where(p, limit_default_tc=None):
+def add_cluster(p):
     where = p.add_mutually_exclusive_group()
     where.add_argument("--workers", type=positive, help="local worker processes (default: one a core)")
     where.add_argument("--scheduler", metavar="tcp://HOST:PORT", help="the Dask scheduler of a cluster")
+
+
+def add_games(p):
+    """Where and how the games are played."""
+    add_cluster(p)
     limit = p.add_mutually_exclusive_group()
     limit.add_argument("--depth", type=positive, help="games at this fixed depth")
     limit.add_argument("--tc", help="clock games, [moves/]base+inc in seconds, e.g. 10+0.1")
     p.add_argument("--engine", type=pathlib.Path, default=RELEASE, help=f"engine binary (default {RELEASE})")
 
 
-def parser() -> argparse.ArgumentParser:
-    top = argparse.ArgumentParser(prog="velkor-tune", description="Tunes Velkor's 14 weights: a fit to labelled positions, SPSA or PBIL over real games, and the match that verifies a string.")
-    sub = top.add_subparsers(dest="command", required=True)
-    run = sub.add_parser("run", help="a PBIL run into the folder OUT")
-    run.add_argument("out", type=pathlib.Path)
-    run.add_argument("--generations", type=positive, default=50)
-    run.add_argument("--population", type=positive, default=8)
-    run.add_argument("--pairs", type=positive, default=8, help="game pairs of each candidate against the base")
-    run.add_argument("--seed", type=int, default=1)
-    run.add_argument("--start", type=gene_string, help="lean the first vector towards this string")
-    run.add_argument("--lean", type=float, default=0.4,
-                     help="how far each bit of --start moves from 0.5 (default 0.4: 0.9 or 0.1)")
-    run.add_argument("--base", type=gene_string, default=genes.DEFAULT_STRING,
-                     help="the anchor every candidate plays (default: the engine's defaults)")
-    run.add_argument("--learning-rate", type=float, default=0.1)
-    run.add_argument("--negative-rate", type=float, default=0.075)
-    run.add_argument("--mutation-probability", type=float, default=0.02)
-    run.add_argument("--mutation-shift", type=float, default=0.05)
-    add_where(run)
-    resume = sub.add_parser("resume", help="carry on a run where it stopped")
-    resume.add_argument("out", type=pathlib.Path)
-    where = resume.add_mutually_exclusive_group()
-    where.add_argument("--workers", type=positive)
-    where.add_argument("--scheduler", metavar="tcp://HOST:PORT")
-    verify = sub.add_parser("verify", help="a match of a string against the defaults or --base")
-    verify.add_argument("genes", type=gene_string)
-    verify.add_argument("--base", type=gene_string, default=genes.DEFAULT_STRING)
-    verify.add_argument("--games", type=positive, default=400)
-    verify.add_argument("--sprt", type=bounds, metavar="ELO0,ELO1", help="normalized Elo bounds")
-    verify.add_argument("--min-games", type=int, default=0, help="games played before a verdict may stop the match")
-    verify.add_argument("--seed", type=int, default=1)
-    verify.add_argument("--random-plies", type=int, default=6,
-                        help="random plies after each opening line, so that games at a fixed depth do not repeat")
-    verify.add_argument("--out", type=pathlib.Path, help="folder for games and results (default build/tune/verify-TIME)")
-    add_where(verify)
-    texel = sub.add_parser("texel", help="weights fitted to the positions of a run's games, for --start")
-    texel.add_argument("out", type=pathlib.Path)
-    texel.add_argument("--start", type=gene_string, help="the string the fit starts from (default: the engine's)")
-    texel.add_argument("--engine", type=pathlib.Path, default=RELEASE,
-                       help="the engine build, beside which velkor_texel stands")
-    pos = sub.add_parser("positions", help="quiet positions of self-play games (or of PGN files) into OUT")
-    pos.add_argument("out", type=pathlib.Path)
-    pos.add_argument("--games", type=positive, default=800)
-    pos.add_argument("--random-plies", type=int, default=8, help="random plies after each opening line (default 8)")
-    pos.add_argument("--genes", type=gene_string, default=genes.DEFAULT_STRING, help="the weights both sides play")
-    pos.add_argument("--seed", type=int, default=1)
-    pos.add_argument("--pgn", type=pathlib.Path, nargs="+", help="read these games instead of playing")
-    add_where(pos)
-    lab = sub.add_parser("label", help="a teacher engine's expected score for each position")
-    lab.add_argument("positions", type=pathlib.Path)
-    lab.add_argument("--out", type=pathlib.Path, help="the labelled file (default: POSITIONS with .labelled.txt)")
-    lab.add_argument("--teacher", default=label_teacher(), help="a UCI engine that prints wdl (default %(default)s)")
-    lab.add_argument("--teacher-depth", type=positive, default=10)
-    where = lab.add_mutually_exclusive_group()
-    where.add_argument("--workers", type=positive)
-    where.add_argument("--scheduler", metavar="tcp://HOST:PORT")
-    fit = sub.add_parser("fit", help="weights fitted to labelled positions (Texel's method)")
-    fit.add_argument("positions", type=pathlib.Path, help='lines "FEN;R" or "FEN;R;T"')
-    fit.add_argument("--lambda", dest="lam", type=float, default=0.5,
-                     help="the teacher's share of a label, the game result's the rest (default 0.5)")
-    fit.add_argument("--start", type=gene_string, help="the string the fit starts from (default: the engine's)")
-    fit.add_argument("--out", type=pathlib.Path, help="also write the result to this file")
-    fit.add_argument("--engine", type=pathlib.Path, default=RELEASE,
-                     help="the engine build, beside which velkor_texel stands")
-    sp = sub.add_parser("spsa", help="SPSA from a string into OUT (carries on a run already there)")
-    sp.add_argument("out", type=pathlib.Path)
-    sp.add_argument("--start", type=gene_string, default=genes.DEFAULT_STRING, help="theta's start (default: defaults)")
-    sp.add_argument("--iterations", type=positive, default=spsa_defaults("iterations"),
-                    help="game pairs in all (default %(default)s)")
-    sp.add_argument("--pairs", type=positive, default=spsa_defaults("pairs"), help="pairs of one task (one perturbation)")
-    sp.add_argument("--batch", type=positive, default=spsa_defaults("batch"),
-                    help="tasks drawn from one theta and applied together (default %(default)s)")
-    sp.add_argument("--c-end", type=float, default=spsa_defaults("c_end"),
-                    help="the perturbation at the end (default 63/20)")
-    sp.add_argument("--r-end", type=float, default=spsa_defaults("r_end"), help="the step's rate at the end (default 0.002)")
-    sp.add_argument("--random-plies", type=int, default=spsa_defaults("random_plies"))
-    sp.add_argument("--seed", type=int, default=1)
-    add_where(sp)
-    rep = sub.add_parser("report", help="plots and summary of a run")
-    rep.add_argument("out", type=pathlib.Path)
-    return top
+def add_fit_engine(p):
+    p.add_argument("--start", type=gene_string, help="the string the fit starts from (default: the engine's)")
+    p.add_argument("--engine", type=pathlib.Path, default=RELEASE,
+                   help="the engine build, beside which velkor_texel stands")
 
 
 def verify_hint(text: str) -> str:
@@ -139,32 +73,265 @@ def verify_hint(text: str) -> str:
             f"  velkor-tune verify {text} --tc 4+0.04 --games 1000")
 
 
-def label_teacher():
-    from .label import TEACHER
-    return TEACHER
+def connect(args):
+    return cluster.connect(args.workers, args.scheduler)
 
 
-def spsa_defaults(name):
-    from .spsa import DEFAULTS
-    return DEFAULTS[name]
+# The commands, each a function of its parsed options.
+
+def run_options(p):
+    p.add_argument("out", type=pathlib.Path)
+    p.add_argument("--generations", type=positive, default=50)
+    p.add_argument("--population", type=positive, default=8)
+    p.add_argument("--pairs", type=positive, default=8, help="game pairs of each candidate against the base")
+    p.add_argument("--seed", type=int, default=1)
+    p.add_argument("--start", type=gene_string, help="lean the first vector towards this string")
+    p.add_argument("--lean", type=float, default=0.4,
+                   help="how far each bit of --start moves from 0.5 (default 0.4: 0.9 or 0.1)")
+    p.add_argument("--base", type=gene_string, default=genes.DEFAULT_STRING,
+                   help="the anchor every candidate plays (default: the engine's defaults)")
+    for name in pbil.Settings.__dataclass_fields__:
+        p.add_argument("--" + name.replace("_", "-"), type=float, default=getattr(pbil.Settings, name))
+    add_games(p)
+
+
+def run_command(args) -> int:
+    from . import run
+    settings = {k: getattr(args, k) for k in ("generations", "population", "pairs", "seed", "start", "lean", "base",
+                                              *pbil.Settings.__dataclass_fields__)}
+    settings.update(depth=args.depth or (None if args.tc else DEPTH), tc=args.tc)
+    run.start(args.out, settings, args.engine)
+    return resume_command(args)
+
+
+def resume_options(p):
+    p.add_argument("out", type=pathlib.Path)
+    add_cluster(p)
+
+
+def resume_command(args) -> int:
+    from . import report, run
+    with connect(args) as client:
+        state = run.carry_on(args.out, client)
+    print(report.summary(args.out))
+    print(verify_hint(pbil.consensus(state["probabilities"])))
+    return 0
+
+
+def spsa_options(p):
+    p.add_argument("out", type=pathlib.Path)
+    p.add_argument("--start", type=gene_string, default=genes.DEFAULT_STRING, help="theta's start (default: defaults)")
+    p.add_argument("--iterations", type=positive, default=spsa.DEFAULTS["iterations"],
+                   help="game pairs in all (default %(default)s)")
+    p.add_argument("--pairs", type=positive, default=spsa.DEFAULTS["pairs"], help="pairs of one task (one perturbation)")
+    p.add_argument("--batch", type=positive, default=spsa.DEFAULTS["batch"],
+                   help="tasks drawn from one theta and applied together (default %(default)s)")
+    p.add_argument("--c-end", type=float, default=spsa.DEFAULTS["c_end"],
+                   help="the perturbation at the end (default a twentieth of the weights' range, %(default)s)")
+    p.add_argument("--r-end", type=float, default=spsa.DEFAULTS["r_end"], help="the step's rate at the end (default %(default)s)")
+    p.add_argument("--random-plies", type=int, default=spsa.DEFAULTS["random_plies"])
+    p.add_argument("--seed", type=int, default=1)
+    add_games(p)
+
+
+def spsa_command(args) -> int:
+    if not (args.out / spsa.STATE).exists():
+        settings = {k: getattr(args, k) for k in ("start", "iterations", "pairs", "batch", "c_end", "r_end",
+                                                  "random_plies", "seed")}
+        settings.update(depth=args.depth or (None if args.tc else DEPTH), tc=args.tc)
+        spsa.write_theta(args.out, spsa.start(args.out, settings, args.engine))
+    with connect(args) as client:
+        state = spsa.carry_on(args.out, client)
+    print((args.out / spsa.THETA).read_text())
+    print(verify_hint(spsa.answer(state)))
+    return 0
+
+
+def verify_options(p):
+    p.add_argument("genes", type=gene_string)
+    p.add_argument("--base", type=gene_string, default=genes.DEFAULT_STRING)
+    p.add_argument("--games", type=positive, default=400)
+    p.add_argument("--sprt", type=bounds, metavar="ELO0,ELO1", help="normalized Elo bounds")
+    p.add_argument("--min-games", type=int, default=0, help="games played before a verdict may stop the match")
+    p.add_argument("--seed", type=int, default=1)
+    p.add_argument("--random-plies", type=int, default=6,
+                   help="random plies after each opening line, so that games at a fixed depth do not repeat")
+    p.add_argument("--out", type=pathlib.Path, help="folder for games and results (default build/tune/verify-TIME)")
+    add_games(p)
+
+
+def verify_command(args) -> int:
+    from .verify import verify
+    tc = None if args.depth else (args.tc or VERIFY_TC)
+    args.out = args.out or REPO / "build" / "tune" / datetime.datetime.now().strftime("verify-%Y%m%d-%H%M%S")
+    with connect(args) as client:
+        result = verify(client, args.genes, args.base, args.games, args.depth, tc, args.seed,
+                        args.engine, args.sprt, args.out, args.min_games, args.random_plies)
+    print(result["text"])
+    print(f"results: {args.out}")
+    return 0
+
+
+def positions_options(p):
+    p.add_argument("out", type=pathlib.Path)
+    p.add_argument("--games", type=positive, default=800)
+    p.add_argument("--random-plies", type=int, default=8, help="random plies after each opening line (default 8)")
+    p.add_argument("--genes", type=gene_string, default=genes.DEFAULT_STRING, help="the weights both sides play")
+    p.add_argument("--seed", type=int, default=1)
+    p.add_argument("--pgn", type=pathlib.Path, nargs="+", help="read these games instead of playing")
+    add_games(p)
+
+
+def positions_command(args) -> int:
+    from . import positions
+    if args.pgn:
+        args.out.mkdir(parents=True, exist_ok=True)
+        print(positions.extract(args.pgn, args.out / positions.POSITIONS))
+        return 0
+    settings = {"games": args.games, "depth": args.depth or POSITIONS_DEPTH, "random_plies": args.random_plies,
+                "seed": args.seed, "genes": args.genes}
+    with connect(args) as client:
+        print(positions.play(client, args.out, settings, args.engine))
+    print(f"label them: velkor-tune label {args.out / positions.POSITIONS}")
+    return 0
+
+
+def label_options(p):
+    p.add_argument("positions", type=pathlib.Path)
+    p.add_argument("--out", type=pathlib.Path, help="the labelled file (default: POSITIONS with .labelled.txt)")
+    p.add_argument("--teacher", default=label.TEACHER, help="a UCI engine that prints wdl (default %(default)s)")
+    p.add_argument("--teacher-depth", type=positive, default=10)
+    add_cluster(p)
+
+
+def label_command(args) -> int:
+    out = args.out or args.positions.with_suffix(".labelled.txt")
+    with connect(args) as client:
+        print(label.label(client, args.positions, out, args.teacher, args.teacher_depth))
+    print(f"fit the weights to them: velkor-tune fit {out}")
+    return 0
+
+
+def fit_options(p):
+    p.add_argument("positions", type=pathlib.Path, help='lines "FEN;R" or "FEN;R;T"')
+    p.add_argument("--lambda", dest="lam", type=float, default=0.5,
+                   help="the teacher's share of a label, the game result's the rest (default 0.5)")
+    p.add_argument("--out", type=pathlib.Path, help="also write the result to this file")
+    add_fit_engine(p)
+
+
+def fit_command(args) -> int:
+    from . import fit
+    from .runfolder import write_atomically
+    if not 0 <= args.lam <= 1:
+        raise ValueError("--lambda is a share, 0 to 1")
+    result = fit.fit(args.positions, args.engine.parent / "velkor_texel", args.start, args.lam)
+    text = fit.describe(result)
+    if args.out:
+        write_atomically(args.out, text + "\n")
+    print(text)
+    print(verify_hint(result["genes"]))
+    return 0
+
+
+def texel_options(p):
+    p.add_argument("out", type=pathlib.Path)
+    add_fit_engine(p)
+
+
+def texel_command(args) -> int:
+    from .texel import fit_run
+    text = fit_run(args.out, args.engine.parent / "velkor_texel", args.start)
+    print(f"{text}\n{genes.describe(text)}\nfit and positions: {args.out / 'texel.txt'}")
+    print(f"lean a run towards it: velkor-tune run NEW --start {text}")
+    return 0
+
+
+def report_options(p):
+    p.add_argument("out", type=pathlib.Path)
+
+
+def report_command(args) -> int:
+    from . import report
+    from .runfolder import load_state
+    report.plot(args.out, load_state(args.out))
+    print(report.summary(args.out))
+    return 0
+
+
+def serve_options(p):
+    p.add_argument("folders", type=pathlib.Path, nargs="*", default=list(SERVE_FOLDERS),
+                   help="folders of campaigns (default: tuning/ and build/tune/ of the repository)")
+    p.add_argument("--host", default="127.0.0.1", help="the address to listen on (default %(default)s, this machine only)")
+    p.add_argument("--port", type=int, default=8788, help="(default %(default)s; 0 for any free port)")
+    p.add_argument("--poll", type=float, default=10, help="seconds between a visible page's polls (default %(default)s)")
+
+
+def serve_command(args) -> int:
+    from . import serve
+    serve.serve(args.folders, args.host, args.port, args.poll)
+    return 0
+
+
+def again(args, argv: list[str]) -> str:
+    """The same command line, which carries on what is recorded, with the
+    folder it wrote to when it chose one itself."""
+    chosen = args.command == "verify" and "--out" not in argv and args.out
+    return "velkor-tune " + shlex.join([*argv, *(["--out", str(args.out)] if chosen else [])])
+
+
+@dataclass(frozen=True)
+class Command:
+    help: str
+    options: Callable
+    run: Callable
+    back: Callable | None = None  # (args, argv) -> the command that carries on after a stop
+    plays: bool = False  # plays games on this machine unless given a scheduler
+
+
+COMMANDS = {
+    "run": Command("a PBIL run into the folder OUT", run_options, run_command,
+                   lambda args, argv: f"velkor-tune resume {shlex.quote(str(args.out))}", plays=True),
+    "resume": Command("carry on a PBIL run where it stopped", resume_options, resume_command,
+                      lambda args, argv: f"velkor-tune resume {shlex.quote(str(args.out))}", plays=True),
+    "verify": Command("a match of a string against the defaults or --base", verify_options, verify_command, again,
+                      plays=True),
+    "spsa": Command("SPSA from a string into OUT (carries on a run already there)", spsa_options, spsa_command,
+                    lambda args, argv: f"velkor-tune spsa {shlex.quote(str(args.out))}", plays=True),
+    "positions": Command("quiet positions of self-play games (or of PGN files) into OUT", positions_options,
+                         positions_command, again, plays=True),
+    "label": Command("a teacher engine's expected score for each position", label_options, label_command, again),
+    "fit": Command("weights fitted to labelled positions (Texel's method)", fit_options, fit_command),
+    "texel": Command("weights fitted to the positions of a run's games, for --start", texel_options, texel_command),
+    "report": Command("plots and summary of a PBIL run", report_options, report_command),
+    "serve": Command("a live page of every campaign in the folders, on this machine's browser", serve_options,
+                     serve_command),
+}
+
+
+def parser() -> argparse.ArgumentParser:
+    top = argparse.ArgumentParser(prog="velkor-tune", description="Tunes Velkor's weights: a fit to labelled positions, SPSA or PBIL over real games, the match that verifies a string, and a live page of each campaign.")
+    sub = top.add_subparsers(dest="command", required=True)
+    for name, command in COMMANDS.items():
+        command.options(sub.add_parser(name, help=command.help))
+    return top
 
 
 def stop(signum, frame):
     raise KeyboardInterrupt
 
 
-def check_driver(args) -> None:
+def check_driver(command: Command, args) -> None:
     """Node and chess.js, which the match driver and positions.mjs need on this
     machine: for games played here (a cluster's workers have their own) and for
     positions read from games. Missing, the command ends with what to run
     rather than with Node's stack trace from the middle of a run."""
-    here = args.command in ("run", "resume", "verify", "spsa", "positions") and not getattr(args, "scheduler", None)
-    if not (here or args.command in ("positions", "texel")):
+    if not ((command.plays and not getattr(args, "scheduler", None)) or args.command in ("positions", "texel")):
         return
     from shutil import which
     if which("node") is None:
         missing = "node is not on the PATH"
-    elif not (REPO / "tools" / "match" / "node_modules" / "chess.js").is_dir():
+    elif not (match.DRIVER.parent / "node_modules" / "chess.js").is_dir():
         missing = "chess.js is not installed for the match driver"
     else:
         return
@@ -172,94 +339,20 @@ def check_driver(args) -> None:
 
 
 def main(argv=None) -> int:
+    argv = sys.argv[1:] if argv is None else [str(a) for a in argv]
     args = parser().parse_args(argv)
-    # Ctrl-C and a plain kill both end a run cleanly, whatever the shell that
-    # started it did with SIGINT (a background job inherits it ignored).
+    command = COMMANDS[args.command]
+    # Ctrl-C and a plain kill both end a command cleanly, whatever the shell
+    # that started it did with SIGINT (a background job inherits it ignored).
     signal.signal(signal.SIGINT, stop)
     signal.signal(signal.SIGTERM, stop)
     try:
-        check_driver(args)
-        if args.command == "report":
-            from .runfolder import load_state
-            report.plot(args.out, load_state(args.out))
-            print(report.summary(args.out))
-            return 0
-        if args.command == "texel":
-            from .texel import fit_run
-            text = fit_run(args.out, args.engine.parent / "velkor_texel", args.start)
-            print(f"{text}\n{genes.describe(text)}\nfit and positions: {args.out / 'texel.txt'}")
-            print(f"lean a run towards it: velkor-tune run NEW --start {text}")
-            return 0
-        if args.command == "positions":
-            from . import positions
-            if args.pgn:
-                args.out.mkdir(parents=True, exist_ok=True)
-                print(positions.extract(args.pgn, args.out / "positions.txt"))
-                return 0
-            settings = {"games": args.games, "depth": args.depth or POSITIONS_DEPTH, "random_plies": args.random_plies,
-                        "seed": args.seed, "genes": args.genes}
-            with cluster.connect(args.workers, args.scheduler) as client:
-                print(positions.play(client, args.out, settings, args.engine))
-            print(f"label them: velkor-tune label {args.out / 'positions.txt'}")
-            return 0
-        if args.command == "label":
-            from . import label
-            out = args.out or args.positions.with_suffix(".labelled.txt")
-            with cluster.connect(args.workers, args.scheduler) as client:
-                print(label.label(client, args.positions, out, args.teacher, args.teacher_depth))
-            print(f"fit the weights to them: velkor-tune fit {out}")
-            return 0
-        if args.command == "fit":
-            from . import fit
-            if not 0 <= args.lam <= 1:
-                raise ValueError("--lambda is a share, 0 to 1")
-            result = fit.fit(args.positions, args.engine.parent / "velkor_texel", args.start, args.lam)
-            text = fit.describe(result)
-            if args.out:
-                args.out.write_text(text + "\n")
-            print(text)
-            print(verify_hint(result["genes"]))
-            return 0
-        if args.command == "spsa":
-            from . import spsa
-            if not (args.out / spsa.STATE).exists():
-                settings = {k: getattr(args, k) for k in ("start", "iterations", "pairs", "batch", "c_end", "r_end",
-                                                          "random_plies", "seed")}
-                settings.update(depth=args.depth or (None if args.tc else DEPTH), tc=args.tc)
-                spsa.write_theta(args.out, spsa.start(args.out, settings, args.engine))
-            with cluster.connect(args.workers, args.scheduler) as client:
-                state = spsa.carry_on(args.out, client)
-            print((args.out / spsa.THETA).read_text())
-            print(verify_hint(spsa.answer(state)))
-            return 0
-        if args.command == "verify":
-            from .verify import verify
-            tc = None if args.depth else (args.tc or "10+0.1")
-            out = args.out or REPO / "build" / "tune" / datetime.datetime.now().strftime("verify-%Y%m%d-%H%M%S")
-            with cluster.connect(args.workers, args.scheduler) as client:
-                result = verify(client, args.genes, args.base, args.games, args.depth, tc, args.seed,
-                                args.engine, args.sprt, out, args.min_games, args.random_plies)
-            print(result["text"])
-            print(f"results: {out}")
-            return 0
-        from . import run
-        if args.command == "run":
-            settings = {k: getattr(args, k) for k in ("generations", "population", "pairs", "seed", "start", "lean", "base",
-                                                      "learning_rate", "negative_rate", "mutation_probability",
-                                                      "mutation_shift")}
-            settings.update(depth=args.depth or (None if args.tc else DEPTH), tc=args.tc)
-            run.start(args.out, settings, args.engine)
-        with cluster.connect(args.workers, args.scheduler) as client:
-            state = run.carry_on(args.out, client)
-        print(report.summary(args.out))
-        print(verify_hint(run.answer(state)))
-        return 0
+        check_driver(command, args)
+        return command.run(args)
     except KeyboardInterrupt:
-        print(f"\nstopped; carry on with: velkor-tune resume {args.out}", file=sys.stderr)
+        back = command.back(args, argv) if command.back else None
+        print("\nstopped" + (f"; carry on with: {back}" if back else ""), file=sys.stderr)
         return 130
-    except engine.EngineRefused as refused:
-        print(f"velkor-tune: {refused}", file=sys.stderr)
-        return 1
-    except (OSError, ValueError) as error:
+    except (engine.EngineRefused, OSError, ValueError) as error:
         print(f"velkor-tune: {error}", file=sys.stderr)
         return 1

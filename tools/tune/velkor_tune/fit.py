@@ -6,7 +6,7 @@ import subprocess
 
 from . import genes
 
-EDGES = (0, (1 << genes.GENE_SIZE) - 1)
+EDGES = (genes.LOW, genes.HIGH)
 
 
 def fit(positions: pathlib.Path, tool: pathlib.Path, start: str | None = None, lam: float = 0.0) -> dict:
@@ -32,6 +32,6 @@ def describe(result: dict) -> str:
         f"held-out loss {result['held_out_before']:.6f} -> {result['held_out_after']:.6f}"
         f" (fitted positions {result['loss']:.6f}, scale {result['scale']:.2f}, lambda {result['lambda']:g})",
         genes.describe(result["genes"]),
-        "at the edge of 0..63: " + (", ".join(edges) if edges else "none"),
+        f"at the edge of {genes.LOW}..{genes.HIGH}: " + (", ".join(edges) if edges else "none"),
         result["genes"],
     ])

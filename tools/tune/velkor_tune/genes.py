@@ -1,6 +1,6 @@
-"""The engine's 14 tunable weights and their 84-character -pbil= string.
+"""The engine's tunable weights and their -pbil= string.
 
-Each weight takes six characters, first character the highest bit, read as a
+Each weight takes GENE_SIZE characters, first character the highest bit, read as a
 Gray code: neighbouring values differ in one character. "1" is a one bit,
 anything else a zero. The names, their order, the size and the defaults are
 the engine's own, read from its evaluation header.
@@ -24,6 +24,7 @@ def read_header(text: str) -> tuple[int, tuple[str, ...], tuple[int, ...]]:
 GENE_SIZE, GENE_NAMES, DEFAULTS = read_header(HEADER.read_text())
 GENE_NUMBER = len(GENE_NAMES)
 BITS = GENE_SIZE * GENE_NUMBER
+LOW, HIGH = 0, (1 << GENE_SIZE) - 1  # a weight's range
 
 
 def gray_encode(value: int) -> int:
@@ -39,14 +40,14 @@ def gray_decode(code: int) -> int:
 
 
 def encode(weights) -> str:
-    """The string whose decoding gives these weights (each 0..63)."""
-    if len(weights) != GENE_NUMBER or any(not 0 <= w < 1 << GENE_SIZE for w in weights):
-        raise ValueError(f"need {GENE_NUMBER} weights of 0..{(1 << GENE_SIZE) - 1}")
+    """The string whose decoding gives these weights (each LOW..HIGH)."""
+    if len(weights) != GENE_NUMBER or any(not LOW <= w <= HIGH for w in weights):
+        raise ValueError(f"need {GENE_NUMBER} weights of {LOW}..{HIGH}")
     return "".join(format(gray_encode(w), f"0{GENE_SIZE}b") for w in weights)
 
 
 def decode(text: str) -> list[int]:
-    """The weights the engine reads from a string of 84 characters."""
+    """The weights the engine reads from a string of BITS characters."""
     if len(text) != BITS:
         raise ValueError(f"a gene string has {BITS} characters, got {len(text)}")
     bits = "".join("1" if c == "1" else "0" for c in text)

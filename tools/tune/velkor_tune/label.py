@@ -9,8 +9,9 @@ lines "FEN;R;T", T the teacher's expected score for White, (W + D/2) / 1000.
 """
 import pathlib
 import subprocess
-import time
-import uuid
+
+from . import tasks
+from .runfolder import write_atomically
 
 CHUNK = 2000
 TEACHER = "/usr/games/stockfish"
@@ -64,8 +65,10 @@ class Teacher:
             self.process.kill()
 
 
-def label_chunk(lines: list[str], teacher: str, depth: int) -> list[str]:
-    """Labels one chunk: "FEN;R;T" for each position the teacher scores."""
+def label_chunk(chunk: tuple[int, list[str]], teacher: str, depth: int) -> tuple[int, list[str]]:
+    """Labels one chunk, (its number, its lines): "FEN;R;T" for each position
+    the teacher scores."""
+    k, lines = chunk
     out, t = [], Teacher(teacher)
     try:
         for line in lines:
@@ -76,34 +79,32 @@ def label_chunk(lines: list[str], teacher: str, depth: int) -> list[str]:
                 out.append(f"{line};{white:.4f}")
     finally:
         t.close()
-    return out
+    return k, out
+
+
+def parts_folder(out: pathlib.Path) -> pathlib.Path:
+    return out.with_name(out.name + ".parts")
+
+
+def part_name(k: int, chunks: int, depth: int) -> str:
+    return f"chunk-{k:05d}-of-{chunks:05d}-depth-{depth}.txt"
 
 
 def label(client, positions: pathlib.Path, out: pathlib.Path, teacher: str, depth: int) -> str:
-    from distributed import as_completed
     lines = [l for l in positions.read_text().splitlines() if l.strip()]
-    parts = out.with_name(out.name + ".parts")
-    parts.mkdir(parents=True, exist_ok=True)
+    parts = parts_folder(out)
     chunks = [lines[k:k + CHUNK] for k in range(0, len(lines), CHUNK)]
-    name = lambda k: parts / f"chunk-{k:05d}-of-{len(chunks):05d}-depth-{depth}.txt"
+    name = lambda k: parts / part_name(k, len(chunks), depth)
     todo = [k for k in range(len(chunks)) if not name(k).exists()]
-    run_id = uuid.uuid4().hex[:8]
-    futures = {client.submit(label_chunk, chunks[k], teacher, depth, key=f"velkor-label-{run_id}-{k}", retries=1): k
-               for k in todo}
-    started, labelled = time.monotonic(), 0
-    for future in as_completed(futures):
-        k = futures[future]
-        done = future.result()
-        temp = name(k).with_suffix(".tmp")
-        temp.write_text("".join(l + "\n" for l in done))
-        temp.replace(name(k))
-        labelled += len(chunks[k])
-        rate = labelled / (time.monotonic() - started)
-        left = (sum(len(chunks[j]) for j in todo) - labelled) / rate
-        print(f"chunk {k + 1}/{len(chunks)}: {labelled} positions labelled here, {rate:.1f}/s, "
-              f"{left / 60:.1f} min left", flush=True)
+    if len(todo) == len(chunks) and out.exists() and {l.rsplit(";", 1)[0] for l in out.read_text().splitlines()} \
+            == set(lines):  # labelled before, on a machine that kept the parts
+        return f"{len(lines)} positions labelled already: {out}"
+    parts.mkdir(parents=True, exist_ok=True)
+    progress = tasks.Progress(len(lines), len(lines) - sum(len(chunks[k]) for k in todo), unit="positions")
+    for k, done in tasks.as_done(client, label_chunk, [(k, chunks[k]) for k in todo], teacher, depth, name="label"):
+        write_atomically(name(k), "".join(l + "\n" for l in done))
+        progress.add(len(chunks[k]))
+        progress.say(f"chunk {k + 1}/{len(chunks)}: " + progress.line())
     kept = [l for k in range(len(chunks)) for l in name(k).read_text().splitlines()]
-    temp = out.with_name(out.name + ".tmp")
-    temp.write_text("".join(l + "\n" for l in kept))
-    temp.replace(out)
+    write_atomically(out, "".join(l + "\n" for l in kept))
     return f"{len(kept)} of {len(lines)} positions labelled by {teacher} at depth {depth}: {out}"

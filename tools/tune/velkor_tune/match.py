@@ -20,7 +20,9 @@ import time
 from . import engine
 
 DRIVER = pathlib.Path(__file__).resolve().parents[2] / "match" / "match.mjs"
-KINDS = ("crash", "stall", "illegal", "illegalPv", "timeForfeit")
+# The game pairs of one task of a match or of self-play: a few minutes at
+# the depths the tuner plays, so that a stop loses little.
+PAIRS_PER_TASK = 4
 # Both Velkors play with a small table (cleared before every game) and lost
 # positions are adjudicated once both engines agree for four moves.
 HASH_MB = 16
@@ -94,19 +96,19 @@ atexit.register(DRIVER_PROCESS.close)
 
 def parse(report: dict) -> dict:
     """What the tuner keeps of the driver's JSON: the tested side's wins, draws,
-    losses, pair counts and failures, and the base side's failures."""
-    failures = {kind: report["failures"]["velkor"][kind] for kind in KINDS}
+    losses, pair counts and failures by kind (the driver's kinds, and its own
+    errors), the base side's failures, and each game in `per_game`."""
+    failures = dict(report["failures"]["velkor"])
     failures["driver"] = report["failures"]["driver"]
     games = report["wins"] + report["draws"] + report["losses"]
     return {
         "wins": report["wins"], "draws": report["draws"], "losses": report["losses"],
         "cpu": report.get("cpu", {}), "plies": sum(g.get("plies", 0) for g in report["results"]),
         "score": (report["wins"] + report["draws"] / 2) / games if games else 0.0,
-        "penta": report["penta"], "failures": failures,
-        "base_failures": {kind: report["failures"]["opponents"][kind] for kind in KINDS},
-        "games": [{"pair": g["pair"], "opening": g["opening"], "white": g.get("white"),
-                   "result": g["result"], "ending": g.get("ending", g["reason"]), "points": g.get("points", 0),
-                   "plies": g.get("plies", 0)} for g in report["results"]],
+        "penta": report["penta"], "failures": failures, "base_failures": dict(report["failures"]["opponents"]),
+        "per_game": [{"pair": g["pair"], "opening": g["opening"], "white": g.get("white"),
+                      "result": g["result"], "ending": g.get("ending", g["reason"]), "points": g.get("points", 0),
+                      "plies": g.get("plies", 0)} for g in report["results"]],
     }
 
 

@@ -1,10 +1,12 @@
 """Plots and the summary of a run, finished or not."""
 import itertools
+import math
 import pathlib
 
 import numpy as np
 
-from . import genes, pbil
+from . import genes, pbil, records
+from .runfolder import load_state, read_results
 
 # Every 6-bit code with the value it decodes to, for expected gene values.
 CODES = np.array(list(itertools.product((0, 1), repeat=genes.GENE_SIZE)))
@@ -22,6 +24,20 @@ def gene_moments(probabilities) -> tuple[np.ndarray, np.ndarray]:
 def vectors(state: dict) -> np.ndarray:
     """The vector of every generation played, and the one after the last."""
     return np.array([h["probabilities"] for h in state["history"]] + [state["probabilities"]])
+
+
+def weight_grid(plt):
+    """A figure with a cell for each weight, titled with its name, in a grid
+    as near square as the gene count allows; returns it and the cells."""
+    columns = math.ceil(math.sqrt(genes.GENE_NUMBER))
+    rows = math.ceil(genes.GENE_NUMBER / columns)
+    fig, axes = plt.subplots(rows, columns, figsize=(3 * columns, 2.25 * rows), sharex=True, squeeze=False)
+    cells = list(axes.flat)
+    for ax in cells[genes.GENE_NUMBER:]:
+        ax.axis("off")
+    for ax, name in zip(cells, genes.GENE_NAMES):
+        ax.set_title(name, fontsize=9)
+    return fig, cells[:genes.GENE_NUMBER]
 
 
 def plot(out: pathlib.Path, state: dict):
@@ -49,16 +65,12 @@ def plot(out: pathlib.Path, state: dict):
     moments = [gene_moments(p) for p in v]
     mean = np.array([m[0] for m in moments])
     sd = np.array([m[1] for m in moments])
-    fig, axes = plt.subplots(4, 4, figsize=(12, 9), sharex=True)
-    for k, ax in enumerate(axes.flat):
-        if k >= genes.GENE_NUMBER:
-            ax.axis("off")
-            continue
+    fig, cells = weight_grid(plt)
+    for k, ax in enumerate(cells):
         ax.fill_between(steps, mean[:, k] - sd[:, k], mean[:, k] + sd[:, k], alpha=0.3)
         ax.plot(steps, mean[:, k])
         ax.axhline(genes.DEFAULTS[k], color="grey", linestyle="--", linewidth=0.8)
-        ax.set_ylim(0, 63)
-        ax.set_title(genes.GENE_NAMES[k], fontsize=9)
+        ax.set_ylim(genes.LOW, genes.HIGH)
         ax.xaxis.set_major_locator(MaxNLocator(integer=True))
     fig.suptitle("Expected value of each gene ± one deviation (dashed: the default)")
     fig.supxlabel("generation")
@@ -87,29 +99,25 @@ def plot(out: pathlib.Path, state: dict):
 
 
 def summary(out: pathlib.Path) -> str:
-    from .run import answer
-    from .runfolder import load_state, read_results
     state = load_state(out)
     s, history = state["settings"], state["history"]
-    records = read_results(out)
-    games = sum(r["wins"] + r["draws"] + r["losses"] for r in records)
-    seconds = sum(r["seconds"] for r in records)
-    kinds = {}
-    for r in records:
-        for side in ("failures", "base_failures"):
-            for kind, n in r[side].items():
-                kinds[kind] = kinds.get(kind, 0) + n
+    played = read_results(out)
+    totals = records.Totals.of(played)
+    games = totals.games
+    seconds = sum(r["seconds"] for r in played)
+    kinds = totals.kinds()
     limit = f"depth {s['depth']}" if s["depth"] else f"clock {s['tc']}"
     lines = [f"run {out}: {state['generation']} of {s['generations']} generations, population {s['population']},"
              f" {s['pairs']} pairs a candidate at {limit}, seed {s['seed']}",
-             f"games {games} (mini-matches {len(records)}), {games / (seconds / 60) if seconds else 0:.1f} games/min a worker",
+             f"games {games} (mini-matches {len(played)}), {games / (seconds / 60) if seconds else 0:.1f} games/min a worker",
              f"entropy {pbil.entropy(pbil.State(state['probabilities'])):.3f}",
              "failures " + (", ".join(f"{k} {n}" for k, n in kinds.items()) or "none")]
     for h in history:
         lines.append(f"  generation {h['generation'] + 1:3d}: best {h['fitness'][h['best']]:.3f}"
                      f" mean {h['mean']:.3f}±{h['mean_error']:.3f} entropy {h['entropy']:.3f}")
-    lines += ["the run's answer, the consensus of the vector now (verify it before use):", answer(state),
-              genes.describe(answer(state))]
+    answer = pbil.consensus(state["probabilities"])
+    lines += ["the run's answer, the consensus of the vector now (verify it before use):", answer,
+              genes.describe(answer)]
     if state["best"]:
         b = state["best"]
         lines += [f"best-scoring sample (generation {b['generation'] + 1}, fitness {b['fitness']:.3f}±{b['error']:.3f},"

@@ -22,7 +22,7 @@ def kept_engine(out: pathlib.Path, state: dict) -> bytes:
     """The bytes of the run's engine, refused if they are not those it started with."""
     data, digest = engine.load(out / ENGINE)
     if digest != state["engine_hash"]:
-        raise SystemExit(f"{out / ENGINE} is not the engine this run started with")
+        raise ValueError(f"{out / ENGINE} is not the engine this run started with")
     return data
 
 
@@ -31,6 +31,7 @@ def load_state(out: pathlib.Path) -> dict:
 
 
 def write_atomically(path: pathlib.Path, text: str):
+    """The one way the tuner writes a file: whole or not at all."""
     temp = path.with_name(path.name + ".tmp")
     with open(temp, "w") as f:
         f.write(text)
@@ -39,9 +40,14 @@ def write_atomically(path: pathlib.Path, text: str):
     os.replace(temp, path)
 
 
-def read_results(out: pathlib.Path) -> list[dict]:
-    """The recorded lines; a last line cut short by a kill is dropped from the
-    file, so that appending goes on after whole lines."""
+def write_json(path: pathlib.Path, value):
+    write_atomically(path, json.dumps(value, indent=1) + "\n")
+
+
+def read_results(out: pathlib.Path, repair: bool = True) -> list[dict]:
+    """The recorded lines. A last line cut short by a kill is dropped, and from
+    the file too unless `repair` is off (a reader that only looks), so that
+    appending goes on after whole lines."""
     path = out / RESULTS
     if not path.exists():
         return []
@@ -49,11 +55,14 @@ def read_results(out: pathlib.Path) -> list[dict]:
     with open(path, "rb") as f:
         for line in f:
             try:
-                records.append(json.loads(line))
+                record = json.loads(line)
             except ValueError:
                 break
+            if not isinstance(record, dict):
+                break
+            records.append(record)
             good += len(line)
-    if good != path.stat().st_size:
+    if repair and good != path.stat().st_size:
         with open(path, "r+b") as f:
             f.truncate(good)
     return records

@@ -1,12 +1,14 @@
-"""SPSA over the 14 weights, as the large engine projects tune: each task
+"""SPSA over the weights, as the large engine projects tune: each task
 plays theta + c*delta against theta - c*delta (delta a random +-1 for each
-weight, both strings rounded stochastically and clipped to 0..63) for a few
+weight, both strings rounded stochastically and clipped to the weights'
+range) for a few
 pairs of games, and theta moves by R * c * (W - L) * delta.
 
 Schedules (fishtest's, with N the iterations, one iteration a game pair):
   c_k = c_end * N^gamma / k^gamma
   R_k = a / (A + k)^alpha / c_k^2,  a = r_end * c_end^2 * (A + N)^alpha,  A = N / 10
-with alpha 0.602, gamma 0.101, c_end 63/20 and r_end 0.002 by default. The
+with alpha 0.602, gamma 0.101, c_end a twentieth of the range and r_end
+0.002 by default. The
 answer is the final theta, never a sampled point.
 
 The tasks run in batches drawn from one theta, applied in order when the
@@ -17,21 +19,17 @@ OUT/theta.txt     the present theta as a string, its weights, how far along
 OUT/spsa.png      every weight's path
 OUT/velkor        the engine the run plays, copied at the start
 """
-import json
 import math
 import pathlib
-import time
-import uuid
-import warnings
 
 import numpy as np
 
-from . import genes, match
-from .runfolder import STATE, append_result, keep_engine, kept_engine, load_state, read_results, write_atomically
+from . import genes, match, records, report, tasks
+from .runfolder import STATE, keep_engine, kept_engine, load_state, write_atomically, write_json
 
 THETA = "theta.txt"
 ALPHA, GAMMA = 0.602, 0.101
-LOW, HIGH = 0, (1 << genes.GENE_SIZE) - 1
+LOW, HIGH = genes.LOW, genes.HIGH
 DEFAULTS = {"iterations": 20000, "pairs": 4, "batch": 4, "c_end": (HIGH - LOW) / 20, "r_end": 0.002,
             "random_plies": 6}
 
@@ -82,14 +80,13 @@ def batches(settings: dict) -> int:
     return math.ceil(settings["iterations"] / (settings["pairs"] * settings["batch"]))
 
 
-def apply_batch(state: dict, records: list[dict]) -> dict:
+def apply_batch(state: dict, played: list[dict]) -> dict:
     theta = state["theta"]
-    for r in sorted(records, key=lambda r: r["task"]):
+    for r in sorted(played, key=lambda r: r["task"]):
         theta = step(theta, r["delta"], r["c"], r["r"], r["wins"] - r["losses"])
-    games = sum(r["wins"] + r["draws"] + r["losses"] for r in records)
-    failures = sum(sum(r["failures"].values()) + sum(r["base_failures"].values()) for r in records)
     return {**state, "batch": state["batch"] + 1, "theta": theta, "path": state["path"] + [theta],
-            "games": state["games"] + games, "failures": state["failures"] + failures}
+            "games": state["games"] + sum(map(records.games, played)),
+            "failures": state["failures"] + sum(map(records.failures, played))}
 
 
 def answer(state: dict) -> str:
@@ -99,13 +96,13 @@ def answer(state: dict) -> str:
 
 def start(out: pathlib.Path, settings: dict, engine_path) -> dict:
     if (out / STATE).exists():
-        raise SystemExit(f"{out} holds a run already: velkor-tune spsa {out} (with no other options) carries it on")
+        raise ValueError(f"{out} holds a run already: velkor-tune spsa {out} (with no other options) carries it on")
     out.mkdir(parents=True, exist_ok=True)
     digest = keep_engine(out, engine_path)
     theta = [float(w) for w in genes.decode(settings["start"])]
     state = {"kind": "spsa", "settings": settings, "engine_hash": digest, "batch": 0, "theta": theta,
              "path": [theta], "games": 0, "failures": 0}
-    write_atomically(out / STATE, json.dumps(state, indent=1))
+    write_json(out / STATE, state)
     return state
 
 
@@ -118,21 +115,21 @@ def write_theta(out: pathlib.Path, state: dict):
         f"{state['failures']} failures), from {s['start']}\n\n{genes.describe(text)}\n"))
 
 
+def games_per_batch(settings: dict) -> int:
+    return settings["pairs"] * settings["batch"] * 2
+
+
 def plot(out: pathlib.Path, state: dict):
     import matplotlib
     matplotlib.use("Agg")
     import matplotlib.pyplot as plt
     path = np.array(state["path"])
-    games = np.arange(len(path)) * state["settings"]["pairs"] * state["settings"]["batch"] * 2
-    fig, axes = plt.subplots(4, 4, figsize=(12, 9), sharex=True)
-    for k, ax in enumerate(axes.flat):
-        if k >= genes.GENE_NUMBER:
-            ax.axis("off")
-            continue
+    games = np.arange(len(path)) * games_per_batch(state["settings"])
+    fig, cells = report.weight_grid(plt)
+    for k, ax in enumerate(cells):
         ax.plot(games, path[:, k])
         ax.axhline(genes.DEFAULTS[k], color="grey", linestyle="--", linewidth=0.8)
         ax.axhline(path[0, k], color="green", linestyle=":", linewidth=0.8)
-        ax.set_title(genes.GENE_NAMES[k], fontsize=9)
     fig.suptitle("SPSA: each weight's theta by games played (dashed: the default, dotted: the start)")
     fig.supxlabel("games")
     fig.tight_layout()
@@ -142,39 +139,18 @@ def plot(out: pathlib.Path, state: dict):
 
 def carry_on(out: pathlib.Path, client) -> dict:
     """Plays the batches still to play; returns the final state."""
-    warnings.filterwarnings("ignore", message="Large object")
-    from distributed import as_completed
     state = load_state(out)
     engine_bytes = kept_engine(out, state)
     total = batches(state["settings"])
-    started, played = time.monotonic(), 0
+    progress = tasks.Progress(total * games_per_batch(state["settings"]), state["games"], state["failures"])
     while state["batch"] < total:
-        tasks = batch_tasks(state, state["batch"])
-        done = {}
-        for r in read_results(out):
-            if r["batch"] == state["batch"] and r["genes"] == tasks[r["task"]]["genes"] \
-                    and r["base"] == tasks[r["task"]]["base"]:
-                done[r["task"]] = r
-        run_id = uuid.uuid4().hex[:8]
-        futures = [client.submit(match.play, t, engine_bytes, key=f"velkor-spsa-{run_id}-{t['batch']}-{t['task']}",
-                                 retries=1) for t in tasks if t["task"] not in done]
-        for future in as_completed(futures):
-            record = future.result()
-            record.pop("pgn")
-            record.pop("games")
-            append_result(out, record)
-            done[record["task"]] = record
-            played += record["wins"] + record["draws"] + record["losses"]
+        work = batch_tasks(state, state["batch"])
+        done = tasks.play(client, out, work, engine_bytes, progress, name=f"spsa-b{state['batch']}",
+                          key=lambda t: (t["batch"], t["task"]), same=("genes", "base"))
         state = apply_batch(state, list(done.values()))
-        write_atomically(out / STATE, json.dumps(state, indent=1))
+        write_json(out / STATE, state)
         write_theta(out, state)
-        minutes = (time.monotonic() - started) / 60
-        rate = played / minutes if minutes > 0 else 0
-        left = (total - state["batch"]) * state["settings"]["pairs"] * state["settings"]["batch"] * 2 / rate \
-            if rate else math.inf
-        print(f"batch {state['batch']}/{total}: {state['games']} games, {rate:.1f} games/min, "
-              f"{left:.0f} min left, failures {state['failures']}, theta "
-              + " ".join(f"{x:.1f}" for x in state["theta"]), flush=True)
+        progress.say(f"batch {state['batch']}/{total} applied, theta " + " ".join(f"{x:.1f}" for x in state["theta"]))
         if state["batch"] % 10 == 0 or state["batch"] == total:
             plot(out, state)
     plot(out, state)

@@ -4,6 +4,7 @@ towards (`run --start`)."""
 import pathlib
 
 from . import fit, positions
+from .runfolder import write_atomically
 
 
 def fit_run(run: pathlib.Path, tool: pathlib.Path, start: str | None = None) -> str:
@@ -13,5 +14,5 @@ def fit_run(run: pathlib.Path, tool: pathlib.Path, start: str | None = None) -> 
         raise ValueError(f"{run} has no games yet")
     positions.extract(games, run / "positions.txt")
     result = fit.fit(run / "positions.txt", tool, start)
-    (run / "texel.txt").write_text(f"{fit.describe(result)}\n\n{result['log']}")
+    write_atomically(run / "texel.txt", f"{fit.describe(result)}\n\n{result['log']}")
     return result["genes"]
