@@ -131,7 +131,7 @@ bool system_closed() {
 #elif defined(__EMSCRIPTEN__)
 
 // WebAssembly: the host (the Node entry, or the page's worker) hands the
-// engine its input through the functions of web/engine/input.js. A read
+// engine its input through the functions of web/engine/library.js. A read
 // waits for the host's next lines; the pending test now and then lets the
 // host's event loop run, which is when a stop can arrive.
 extern "C" {

@@ -405,12 +405,11 @@ function newGame() {
     return;
   }
   setGame(FEN.start, []);
-  document.querySelector('input[name="mode"][value="play"]').checked = true;
-  modeChanged();
   state.clocks = wanted.clock ? { w: wanted.clock.base, b: wanted.clock.base, inc: wanted.clock.inc, turnStarted: performance.now() } : null;
   board.setOrientation(engineColour() === 'w' ? COLOR.black : COLOR.white);
   tickClocks();
-  afterMove();
+  document.querySelector('input[name="mode"][value="play"]').checked = true;
+  modeChanged(); // and Velkor moves first if it plays White
 }
 
 function setGame(startFen, moves) {
@@ -506,6 +505,7 @@ function modeChanged() {
   }
   render();
   showThinking();
+  afterMove();
 }
 
 function limitKindChanged() {
@@ -614,6 +614,7 @@ function wire() {
   $('hash').addEventListener('change', () => {
     stopThinking();
     engine.send(`setoption name Hash value ${$('hash').value}`);
+    afterMove(); // a game goes on with the new table
   });
   $('restart').addEventListener('click', startEngine);
   $('load-fen').addEventListener('click', loadFen);

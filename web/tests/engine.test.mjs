@@ -61,3 +61,19 @@ test('the end of input during go infinite ends the search and the engine', { tim
   assert.equal(await engine.ended, 0);
   assert.match(engine.output(), /\nbestmove \S+\n$/);
 });
+
+// 32-bit WebAssembly addresses 2 GB at most: a larger table is refused and
+// halved until one fits, and the engine searches with it.
+test('a table larger than the address space is halved until it fits', { timeout: 60000 }, async () => {
+  const engine = start();
+  engine.send('setoption name Hash value 4096');
+  engine.send('isready');
+  await engine.seen(/readyok/);
+  engine.send('go depth 6');
+  await engine.seen(/bestmove/);
+  engine.send('quit');
+  assert.equal(await engine.ended, 0);
+  const sizes = [...engine.output().matchAll(/Transposition Table \((\d+) MB\) : (\w+)/g)].slice(1).map((m) => `${m[1]} ${m[2]}`);
+  assert.equal(sizes[0], '4096 failure');
+  assert.match(sizes.at(-1), /^(1024|512) success$/);
+});

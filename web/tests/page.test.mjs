@@ -115,6 +115,22 @@ test('the move list navigates, by buttons and by keys', async () => {
   assert.equal(await fen(), last);
 });
 
+test('on the clock Velkor plays White, and a player who does not move loses on time', async () => {
+  await page.selectOption('#engine-colour', 'w');
+  await page.selectOption('#limit-kind', 'clock');
+  await page.fill('#limit-value', '0.03+0');
+  await page.click('#new-game');
+  await page.waitForFunction(() => document.querySelectorAll('#moves button.move').length === 1);
+  assert.match(await text('#clock-black'), /^Black 0:0[12]$/);
+  await page.waitForFunction(() => document.getElementById('result').textContent !== '', null, { timeout: 10000 });
+  assert.equal(await text('#result'), 'Black has run out of time: White wins.');
+  assert.equal(await moveCount(), 1);
+  await page.selectOption('#engine-colour', 'b');
+  await page.selectOption('#limit-kind', 'depth');
+  await page.fill('#limit-value', '3');
+  await page.click('#new-game');
+});
+
 test('analysis shows rising depth and a principal variation in SAN; stop ends it', async () => {
   // Every depth the panel shows, as it shows it.
   await page.evaluate(() => {
