@@ -156,6 +156,21 @@ test('analysis shows rising depth and a principal variation in SAN; stop ends it
   assert.equal(await text('#info-nodes'), nodes, 'the engine went on after stop');
 });
 
+// Scores and the gauge are White's view whoever is to move; a mate shows as #N.
+test('the score and the gauge are from White\'s side, and a mate shows as #N', async () => {
+  const analyse = async (position, pattern) => {
+    await page.fill('#fen', position);
+    await page.click('#load-fen');
+    await page.click('#analyse');
+    await page.waitForFunction((p) => new RegExp(p).test(document.getElementById('info-score').textContent), pattern.source, { timeout: 20000 });
+    await page.evaluate(() => document.getElementById('stop').click()); // a mate has ended it already
+    return Number(await page.getAttribute('#gauge', 'aria-valuenow'));
+  };
+  assert.ok((await analyse('4k3/8/8/8/8/8/8/3QK3 b - - 0 1', /^\+\d\d+\.\d\d$/)) >= 95);
+  assert.ok((await analyse('3qk3/8/8/8/8/8/8/4K3 w - - 0 1', /^-\d\d+\.\d\d$/)) <= 5);
+  assert.equal(await analyse('k7/8/1K6/8/8/8/8/7R w - - 0 1', /^#1$/), 100);
+});
+
 // The engine's own reaction, timed inside the browser: a stop during go
 // infinite, from the worker's message to bestmove.
 test('stop ends go infinite within 100 ms in the browser', async () => {
