@@ -34,7 +34,14 @@ const device = (() => {
   return { capMb, maxMemory: (capMb + 32) << 20 };
 })();
 
-const engine = new Engine({ onFault: engineFault });
+const engine = new Engine({ onFault: engineFault, onLine: tableMade });
+
+// The table the engine has made: the size asked for, or a smaller one that
+// fitted the tab's memory.
+function tableMade(line) {
+  const made = /^info debug Creation of Transposition Table \((\d+) MB\) : success$/.exec(line);
+  if (made && [...$('hash').options].some((o) => o.value === made[1])) $('hash').value = made[1];
+}
 
 const board = new Chessboard($('board'), {
   position: FEN.start,
