@@ -202,7 +202,7 @@ const draw = {
 };
 
 function sectionBody(part, genes, section) {
-  const head = el('h2', {}, el('span', { class: 'kind', text: part.kind }), ` ${part.path || '.'} `,
+  const head = el('h2', {}, el('span', { class: 'kind', text: part.kind }), part.path ? ` ${part.path} ` : ' ',
     el('span', { class: `pill ${part.error ? 'bad' : part.final ? 'done' : 'live'}`, 'data-figure': 'state', text: part.error ? 'unreadable' : part.final ? 'ended' : 'running' }));
   if (part.error) return [head, el('p', { class: 'error', 'data-figure': 'error', text: part.error })];
   return [head, ...(draw[part.kind]?.(part, genes, section) ?? []), part.workers?.length ? workersTable(part.workers) : null].filter(Boolean);
