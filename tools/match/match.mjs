@@ -59,7 +59,8 @@ const USAGE = `usage: node tools/match/match.mjs [options]
   --openings FILE        the openings: lines of moves (default tools/match/openings.txt),
                          or a book of positions, FILE.epd (EPD or FEN lines) or FILE.pgn
                          (the final position of each game)
-  --check-openings       read and check --openings, print how many there are, and stop
+  --check-openings       read and check --openings, print how many positions (a book) or
+                         opening lines there are, and stop
   --random-plies N       after the opening line, N random legal plies chosen from the
                          seed and the pair (default 0), for varied self-play
   --seed N               order of the openings (default 1)
@@ -562,7 +563,9 @@ async function cli() {
       return 0;
     }
     if (opt.checkOpenings) {
-      console.log(`${openingsOf(opt.openings).length} openings in ${opt.openings}`);
+      const openings = openingsOf(opt.openings);
+      const positions = openings.every((o) => o.fen && !o.moves.length);
+      console.log(`${openings.length} ${positions ? 'positions' : 'opening lines'} in ${opt.openings}`);
       return 0;
     }
     const { passed, failed } = await main(opt);

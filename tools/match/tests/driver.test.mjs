@@ -175,7 +175,7 @@ test('books: EPD and PGN read as other runners write them, each position checked
   }
   // The driver checks a book on its own, as the tuner does before a match, and refuses a bad one in one line.
   const ok = spawnSync(process.execPath, [path('../match.mjs'), '--openings', epd, '--check-openings'], { encoding: 'utf8' });
-  assert.deepEqual([ok.status, ok.stdout], [0, `3 openings in ${epd}\n`]);
+  assert.deepEqual([ok.status, ok.stdout], [0, `3 positions in ${epd}\n`]);
   const no = spawnSync(process.execPath, [path('../match.mjs'), '--openings', join(dir, 'check.epd'), '--check-openings'], { encoding: 'utf8' });
   assert.deepEqual([no.status, no.stderr], [2, `match: ${dir}/check.epd:1: bad FEN: the side not to move is in check\n`]);
   rmSync(dir, { recursive: true });
