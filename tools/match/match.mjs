@@ -56,7 +56,11 @@ const USAGE = `usage: node tools/match/match.mjs [options]
   --concurrency N        games played at once, each with its own engines (default 2)
   --pgn FILE             PGN output (default build/match/games.pgn in the repository)
   --log-dir DIR          transcripts of games with a failure (default: <pgn dir>/logs)
-  --openings FILE        opening lines (default tools/match/openings.txt)
+  --openings FILE        the openings: lines of moves (default tools/match/openings.txt),
+                         or a book of positions, FILE.epd (EPD or FEN lines) or FILE.pgn
+                         (the final position of each game)
+  --check-openings       read and check --openings, print how many positions (a book) or
+                         opening lines there are, and stop
   --random-plies N       after the opening line, N random legal plies chosen from the
                          seed and the pair (default 0), for varied self-play
   --seed N               order of the openings (default 1)
@@ -85,7 +89,7 @@ const OPTION_TYPES = {
   'pair-offset': { type: 'string' }, json: { type: 'string' }, 'max-plies': { type: 'string' },
   'resign-moves': { type: 'string' }, 'resign-score': { type: 'string' }, 'stall-margin': { type: 'string' },
   'pv-sample': { type: 'string' }, option: { type: 'string', multiple: true },
-  'compliance-only': { type: 'boolean' }, 'no-compliance': { type: 'boolean' }, serve: { type: 'boolean' },
+  'compliance-only': { type: 'boolean' }, 'check-openings': { type: 'boolean' }, 'no-compliance': { type: 'boolean' }, serve: { type: 'boolean' },
   help: { type: 'boolean', short: 'h' },
 };
 
@@ -134,6 +138,7 @@ export function parseOptions(argv) {
     complianceOnly: !!values['compliance-only'],
     compliance: !values['no-compliance'],
     serve: !!values.serve,
+    checkOpenings: !!values['check-openings'],
     help: !!values.help,
   };
   for (const [name, fallback] of Object.entries(NUMBERS)) {
@@ -264,10 +269,17 @@ function testedEngine(opt) {
   return { ...velkor, key: engineKey(velkor) };
 }
 
-// Each openings file is read and checked once by a driver that serves many matches.
+// Each openings file is read and checked once by a driver that serves many
+// matches; a bad one is refused as a bad option is.
 const openingsRead = new Map();
-function openingsOf(file) {
-  if (!openingsRead.has(file)) openingsRead.set(file, loadOpenings(file));
+export function openingsOf(file) {
+  if (!openingsRead.has(file)) {
+    try {
+      openingsRead.set(file, loadOpenings(file));
+    } catch (err) {
+      throw new UsageError(err.message.startsWith(file) ? err.message : `${file}: ${err.message}`);
+    }
+  }
   return openingsRead.get(file);
 }
 
@@ -550,6 +562,12 @@ async function cli() {
       await serve();
       return 0;
     }
+    if (opt.checkOpenings) {
+      const openings = openingsOf(opt.openings);
+      const positions = openings.every((o) => o.fen && !o.moves.length);
+      console.log(`${openings.length} ${positions ? 'positions' : 'opening lines'} in ${opt.openings}`);
+      return 0;
+    }
     const { passed, failed } = await main(opt);
     console.log(`${passed} passed, ${failed} failed`);
     return failed ? 1 : 0;
@@ -559,7 +577,7 @@ async function cli() {
       return 2;
     }
     if (!(err instanceof UsageError)) throw err;
-    process.stderr.write(`${err.message}\n\n${USAGE}`);
+    process.stderr.write(opt?.checkOpenings ? `match: ${err.message}\n` : `${err.message}\n\n${USAGE}`);
     return 2;
   }
 }

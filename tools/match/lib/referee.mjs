@@ -188,11 +188,38 @@ export function gameOverByRules(chess) {
   return null;
 }
 
-// Reads the openings file. Each entry: { name, fen (null = start position),
-// moves: [uci...] }. Throws with the line number on any bad entry.
+// Reads a file of openings, each entry { name, fen (null = start position),
+// moves: [uci...] }, by its extension: `.epd` an EPD book (a position a line),
+// `.pgn` a PGN book (the final position of each game), anything else the
+// driver's own lines. Every position is checked: a legal one, in which the
+// game goes on. Throws with the file and line (or game) of a bad entry.
 export function loadOpenings(file) {
-  const out = [];
   const text = readFileSync(file, 'utf8');
+  const out = file.endsWith('.epd') ? epdBook(text, file) : file.endsWith('.pgn') ? pgnBook(text, file) : openingLines(text, file);
+  if (out.length === 0) throw new Error(`${file}: no openings`);
+  return out;
+}
+
+const baseName = (file) => file.split('/').pop();
+
+// A chess.js board on a FEN that must be a legal position: chess.js's own
+// checks, and the side that has just moved not in check.
+function legalBoard(fen, where) {
+  let chess;
+  try {
+    chess = new Chess(fen);
+  } catch (e) {
+    throw new Error(`${where}: bad FEN: ${e.message}`);
+  }
+  const mover = chess.turn() === 'w' ? 'b' : 'w';
+  if (chess.isAttacked(chess.findPiece({ type: 'k', color: mover })[0], chess.turn())) {
+    throw new Error(`${where}: bad FEN: the side not to move is in check`);
+  }
+  return chess;
+}
+
+function openingLines(text, file) {
+  const out = [];
   text.split(/\r?\n/).forEach((raw, i) => {
     const line = raw.trim();
     if (!line || line.startsWith('#')) return;
@@ -208,12 +235,7 @@ export function loadOpenings(file) {
     } else if (parts.length > 2) {
       throw new Error(`${where}: too many fields`);
     }
-    let chess;
-    try {
-      chess = new Chess(fen ?? START_FEN);
-    } catch (e) {
-      throw new Error(`${where}: bad FEN: ${e.message}`);
-    }
+    const chess = legalBoard(fen ?? START_FEN, where);
     const moves = movesText.split(/\s+/).filter(Boolean);
     for (const mv of moves) {
       if (!playUci(chess, mv)) throw new Error(`${where}: illegal move ${mv} in "${name}"`);
@@ -221,6 +243,92 @@ export function loadOpenings(file) {
     if (gameOverByRules(chess)) throw new Error(`${where}: "${name}" ends the game`);
     out.push({ name, fen, moves });
   });
-  if (out.length === 0) throw new Error(`${file}: no openings`);
   return out;
+}
+
+// The operations of an EPD line after its position ("ce 23; id \"x\";"):
+// opcode and operands, each ended by a semicolon; a quoted operand may hold one.
+export function epdOperations(text, where) {
+  const ops = {};
+  let k = 0;
+  while (k < text.length) {
+    const m = /^\s*([A-Za-z][A-Za-z0-9_]*)/.exec(text.slice(k));
+    if (!m) {
+      if (!text.slice(k).trim()) break;
+      throw new Error(`${where}: bad EPD operation at "${text.slice(k).trim()}"`);
+    }
+    k += m[0].length;
+    const operands = [];
+    for (;;) {
+      const rest = text.slice(k);
+      const q = /^\s*"([^"]*)"/.exec(rest) ?? /^\s*([^\s;"]+)/.exec(rest);
+      if (q) {
+        operands.push(q[1]);
+        k += q[0].length;
+        continue;
+      }
+      const end = /^\s*;/.exec(rest);
+      if (!end) throw new Error(`${where}: EPD operation "${m[1]}" is not ended by ";"`);
+      k += end[0].length;
+      break;
+    }
+    ops[m[1]] = operands;
+  }
+  return ops;
+}
+
+// An EPD book: placement, side, castling and en passant, then either the two
+// counters of a FEN or EPD operations (hmvc and fmvn give the counters; id,
+// when there, names the opening).
+function epdBook(text, file) {
+  const out = [];
+  text.split(/\r?\n/).forEach((raw, i) => {
+    const line = raw.trim();
+    if (!line || line.startsWith('#')) return;
+    const where = `${file}:${i + 1}`;
+    const fields = line.split(/\s+/);
+    if (fields.length < 4) throw new Error(`${where}: an EPD line starts with placement, side, castling and en passant`);
+    let rest = line.replace(/^(\S+\s+){3}\S+\s*/, '');
+    let counters = ['0', '1'];
+    const full = /^(\d+)\s+(\d+)\s*(.*)$/.exec(rest);
+    if (full) [, counters[0], counters[1], rest] = full;
+    const ops = epdOperations(rest, where);
+    counters = [ops.hmvc?.[0] ?? counters[0], ops.fmvn?.[0] ?? counters[1]];
+    const fen = [...fields.slice(0, 4), ...counters].join(' ');
+    const chess = legalBoard(fen, where);
+    if (gameOverByRules(chess)) throw new Error(`${where}: the position ends the game`);
+    out.push({ name: ops.id?.[0] ?? `${baseName(file)}:${i + 1}`, fen, moves: [] });
+  });
+  return out;
+}
+
+// A PGN book: the position at the end of each game (its tags start a new game
+// after movetext).
+function pgnBook(text, file) {
+  const games = [];
+  let lines = [];
+  let moves = false;
+  for (const line of text.split(/\r?\n/)) {
+    const tag = line.startsWith('[');
+    if (tag && moves) {
+      games.push(lines.join('\n'));
+      lines = [];
+      moves = false;
+    }
+    if (!tag && line.trim()) moves = true;
+    lines.push(line);
+  }
+  if (lines.some((l) => l.trim())) games.push(lines.join('\n'));
+  return games.map((game, k) => {
+    const where = `${file}: game ${k + 1}`;
+    const chess = new Chess();
+    try {
+      chess.loadPgn(game);
+    } catch (e) {
+      throw new Error(`${where}: ${e.message}`);
+    }
+    const fen = chess.fen();
+    if (gameOverByRules(legalBoard(fen, where))) throw new Error(`${where}: the final position ends the game`);
+    return { name: `${baseName(file)} game ${k + 1}`, fen, moves: [] };
+  });
 }

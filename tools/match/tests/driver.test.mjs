@@ -3,16 +3,17 @@
 import { test } from 'node:test';
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
-import { existsSync, mkdtempSync, readFileSync, rmSync } from 'node:fs';
+import { existsSync, mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { fileURLToPath } from 'node:url';
 import { parseOptions, pairOpening, UsageError, checkEngines, loadOpponents, EngineUnavailable } from '../match.mjs';
-import { Chess, playUci, playPvMove, gameOverByRules } from '../lib/referee.mjs';
+import { Chess, playUci, playPvMove, gameOverByRules, loadOpenings } from '../lib/referee.mjs';
 
 const path = (rel) => fileURLToPath(new URL(rel, import.meta.url));
 const GENES = 'a'.repeat(84);
 const VELKOR = path('../../../build/release/velkor');
+const fixture = (name) => path(`fixtures/${name}`);
 
 test('the driver counts the illegal pvs of the tested side, both games of a pair on one opening', (t) => {
   const dir = mkdtempSync(join(tmpdir(), 'velkor-test-'));
@@ -140,4 +141,58 @@ test('playUci and playPvMove take exactly the moves chess.js lists, in every for
     assert.deepEqual([...taken].sort(), [...listed].sort(), fen ?? 'start');
   }
   assert.equal(playUci(new Chess(), 'e2e4 '), null);
+});
+
+test('books: EPD and PGN read as other runners write them, each position checked', () => {
+  const epd = fixture('book.epd');
+  const knights = 'r1bqkbnr/pppp1ppp/2n5/4p3/4P3/5N2/PPPP1PPP/RNBQKB1R w KQkq - 2 3';
+  assert.deepEqual(loadOpenings(epd), [
+    { name: 'book.epd:3', fen: 'rnbqkbnr/pppppppp/8/8/4P3/8/PPPP1PPP/RNBQKBNR b KQkq e3 0 1', moves: [] },
+    { name: 'book.epd:5', fen: knights, moves: [] },
+    { name: 'Petrov; or not', fen: knights, moves: [] },
+  ]);
+  assert.deepEqual(loadOpenings(fixture('book.pgn')), [
+    { name: 'book.pgn game 1', fen: knights, moves: [] },
+    { name: 'book.pgn game 2', fen: 'r1bqkbnr/1ppp1ppp/p1n5/1B2p3/4P3/5N2/PPPP1PPP/RNBQK2R w KQkq - 0 4', moves: [] },
+  ]);
+  const dir = mkdtempSync(join(tmpdir(), 'velkor-test-'));
+  const bad = (name, text) => {
+    writeFileSync(join(dir, name), text);
+    return join(dir, name);
+  };
+  for (const [file, message] of [
+    [bad('side.epd', '8/8/8/8/8/8/8/K6k x - - ce 1;\n'), 'side.epd:1: bad FEN: Invalid FEN: side-to-move is invalid'],
+    [bad('short.epd', '\n8/8/8/8/8/8/8/K6k w -\n'), 'short.epd:2: an EPD line starts with placement, side, castling and en passant'],
+    [bad('check.epd', '4k3/8/8/8/8/8/8/K3R3 w - - ce 0;\n'), 'check.epd:1: bad FEN: the side not to move is in check'],
+    [bad('open.epd', '4k3/8/8/8/8/8/8/4K2R w - - ce 0\n'), 'open.epd:1: EPD operation "ce" is not ended by ";"'],
+    [bad('op.epd', '4k3/8/8/8/8/8/8/4K2R w - - 12;\n'), 'op.epd:1: bad EPD operation at "12;"'],
+    [bad('over.epd', '4k3/8/8/8/8/8/8/4K3 w - -\n'), 'over.epd:1: the position ends the game'],
+    [bad('empty.epd', '# nothing\n'), 'empty.epd: no openings'],
+    [bad('illegal.pgn', '[Event "x"]\n\n1. e4 e5 2. Ke3 *\n'), 'illegal.pgn: game 1: Invalid move in PGN: Ke3'],
+    [bad('mate.pgn', '1. f3 e5 2. g4 Qh4# 0-1\n'), 'mate.pgn: game 1: the final position ends the game'],
+  ]) {
+    assert.throws(() => loadOpenings(file), (e) => e.message === `${dir}/${message}`, message);
+  }
+  // The driver checks a book on its own, as the tuner does before a match, and refuses a bad one in one line.
+  const ok = spawnSync(process.execPath, [path('../match.mjs'), '--openings', epd, '--check-openings'], { encoding: 'utf8' });
+  assert.deepEqual([ok.status, ok.stdout], [0, `3 positions in ${epd}\n`]);
+  const no = spawnSync(process.execPath, [path('../match.mjs'), '--openings', join(dir, 'check.epd'), '--check-openings'], { encoding: 'utf8' });
+  assert.deepEqual([no.status, no.stderr], [2, `match: ${dir}/check.epd:1: bad FEN: the side not to move is in check\n`]);
+  rmSync(dir, { recursive: true });
+});
+
+test('a match from a book plays both games of a pair from its position', (t) => {
+  const dir = mkdtempSync(join(tmpdir(), 'velkor-test-'));
+  t.after(() => rmSync(dir, { recursive: true }));
+  const run = spawnSync(process.execPath, [path('../match.mjs'), '--engine', VELKOR, '--opponents', 'velkor',
+    '--games', '6', '--depth', '1', '--max-plies', '12', '--concurrency', '1', '--openings', fixture('book.pgn'), '--seed', '3', '--no-compliance',
+    '--pgn', join(dir, 'games.pgn'), '--json', join(dir, 'result.json')], { encoding: 'utf8' });
+  assert.equal(run.status, 0, run.stderr);
+  const json = JSON.parse(readFileSync(join(dir, 'result.json'), 'utf8'));
+  const openings = json.results.map((g) => g.opening);
+  assert.deepEqual([openings[0], openings[2], openings[4]].sort(), ['book.pgn game 1', 'book.pgn game 1', 'book.pgn game 2']);
+  assert.deepEqual([openings[1], openings[3], openings[5]], [openings[0], openings[2], openings[4]]);
+  const starts = readFileSync(join(dir, 'games.pgn'), 'utf8').match(/\[FEN "[^"]*"\]/g);
+  const fens = Object.fromEntries(loadOpenings(fixture('book.pgn')).map((o) => [o.name, `[FEN "${o.fen}"]`]));
+  assert.deepEqual(starts, openings.map((name) => fens[name]));
 });

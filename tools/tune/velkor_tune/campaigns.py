@@ -10,7 +10,7 @@ import pathlib
 import re
 import time
 
-from . import genes, pbil, positions, records, report, spsa, stats, verify
+from . import book, genes, pbil, positions, records, report, spsa, stats, verify
 from .positions import POSITIONS, SETTINGS as POSITIONS_SETTINGS
 from .runfolder import RESULTS, STATE, read_results
 
@@ -191,9 +191,19 @@ def run_part(state) -> dict:
     return spsa_part(state) if state.get("kind") == "spsa" else pbil_part(state)
 
 
+def is_book(folder: pathlib.Path) -> bool:
+    """A folder of `velkor-tune book`, which has no part to show."""
+    try:
+        return "teacher_depth" in json.loads((folder / book.SETTINGS).read_text())
+    except (OSError, ValueError):
+        return False
+
+
 def parts(folder: pathlib.Path) -> list[dict]:
     """The parts of one folder (not its sub-folders), each with `final`, or
     with `error` where its files cannot be read."""
+    if is_book(folder):
+        return []
     played = read_results(folder, repair=False)
     if (folder / STATE).exists():
         found = guarded("run", lambda: run_part(read_json(folder / STATE)))

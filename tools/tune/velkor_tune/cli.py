@@ -9,13 +9,16 @@ import sys
 from dataclasses import dataclass
 from typing import Callable
 
-from . import cluster, engine, genes, label, match, pbil, spsa
+from . import book, cluster, engine, genes, label, match, pbil, spsa
+from .runfolder import REPO, from_top
 
-REPO = pathlib.Path(__file__).resolve().parents[3]
 RELEASE = REPO / "build" / "release" / "velkor"
+BOOK = REPO / "tools" / "tune" / "book" / "book.epd"  # the shipped book, which a verification plays unless told
 DEPTH = 5  # of a run's games when neither --depth nor --tc is given
 POSITIONS_DEPTH = 7  # of self-play games for positions
 VERIFY_TC = "10+0.1"  # of a verification when neither --depth nor --tc is given
+VERIFY_LINE_PLIES = 6  # random plies after each of the driver's lines in a verification
+POSITIONS_PLIES = 8  # random plies after each of the driver's lines in self-play for positions
 SERVE_FOLDERS = (REPO / "tuning", REPO / "build" / "tune")
 
 
@@ -50,13 +53,36 @@ def add_cluster(p):
     where.add_argument("--scheduler", metavar="tcp://HOST:PORT", help="the Dask scheduler of a cluster")
 
 
-def add_games(p):
-    """Where and how the games are played."""
+def add_games(p, book_default="the driver's opening lines"):
+    """Where and how the games are played, and from which openings."""
     add_cluster(p)
     limit = p.add_mutually_exclusive_group()
     limit.add_argument("--depth", type=positive, help="games at this fixed depth")
     limit.add_argument("--tc", help="clock games, [moves/]base+inc in seconds, e.g. 10+0.1")
     p.add_argument("--engine", type=pathlib.Path, default=RELEASE, help=f"engine binary (default {RELEASE})")
+    p.add_argument("--book", type=pathlib.Path,
+                   help="the openings: a book of positions (.epd, .pgn) or a file of the driver's lines"
+                        f" (default: {book_default})")
+    p.add_argument("--random-plies", type=int,
+                   help="random legal plies after each opening (default: none after a book's positions,"
+                        " the command's own number after lines of moves)")
+
+
+def random_plies(args, after_lines: int) -> int:
+    """The random plies after each opening: as told, else none from a book of
+    positions (they are measured and distinct) and `after_lines` from lines
+    of moves (the driver's are few)."""
+    if args.random_plies is not None:
+        return args.random_plies
+    return 0 if args.book and match.book(args.book)[2] else after_lines
+
+
+def book_settings(args) -> dict:
+    """What a run records of its book: the path and the name its bytes travel
+    under; nothing without one."""
+    if not args.book:
+        return {}
+    return {"book": from_top(args.book), "book_name": match.book(args.book)[1]}
 
 
 def add_fit_engine(p):
@@ -99,7 +125,8 @@ def run_command(args) -> int:
     from . import run
     settings = {k: getattr(args, k) for k in ("generations", "population", "pairs", "seed", "start", "lean", "base",
                                               *pbil.Settings.__dataclass_fields__)}
-    settings.update(depth=args.depth or (None if args.tc else DEPTH), tc=args.tc)
+    settings.update(depth=args.depth or (None if args.tc else DEPTH), tc=args.tc, random_plies=random_plies(args, 0),
+                    **book_settings(args))
     run.start(args.out, settings, args.engine)
     return resume_command(args)
 
@@ -129,16 +156,15 @@ def spsa_options(p):
     p.add_argument("--c-end", type=float, default=spsa.DEFAULTS["c_end"],
                    help="the perturbation at the end (default a twentieth of the weights' range, %(default)s)")
     p.add_argument("--r-end", type=float, default=spsa.DEFAULTS["r_end"], help="the step's rate at the end (default %(default)s)")
-    p.add_argument("--random-plies", type=int, default=spsa.DEFAULTS["random_plies"])
     p.add_argument("--seed", type=int, default=1)
     add_games(p)
 
 
 def spsa_command(args) -> int:
     if not (args.out / spsa.STATE).exists():
-        settings = {k: getattr(args, k) for k in ("start", "iterations", "pairs", "batch", "c_end", "r_end",
-                                                  "random_plies", "seed")}
-        settings.update(depth=args.depth or (None if args.tc else DEPTH), tc=args.tc)
+        settings = {k: getattr(args, k) for k in ("start", "iterations", "pairs", "batch", "c_end", "r_end", "seed")}
+        settings.update(depth=args.depth or (None if args.tc else DEPTH), tc=args.tc,
+                        random_plies=random_plies(args, spsa.DEFAULTS["random_plies"]), **book_settings(args))
         spsa.write_theta(args.out, spsa.start(args.out, settings, args.engine))
     with connect(args) as client:
         state = spsa.carry_on(args.out, client)
@@ -154,10 +180,9 @@ def verify_options(p):
     p.add_argument("--sprt", type=bounds, metavar="ELO0,ELO1", help="normalized Elo bounds")
     p.add_argument("--min-games", type=int, default=0, help="games played before a verdict may stop the match")
     p.add_argument("--seed", type=int, default=1)
-    p.add_argument("--random-plies", type=int, default=6,
-                   help="random plies after each opening line, so that games at a fixed depth do not repeat")
     p.add_argument("--out", type=pathlib.Path, help="folder for games and results (default build/tune/verify-TIME)")
-    add_games(p)
+    add_games(p, f"the shipped book, {BOOK.relative_to(REPO)}")
+    p.set_defaults(book=BOOK)
 
 
 def verify_command(args) -> int:
@@ -166,7 +191,8 @@ def verify_command(args) -> int:
     args.out = args.out or REPO / "build" / "tune" / datetime.datetime.now().strftime("verify-%Y%m%d-%H%M%S")
     with connect(args) as client:
         result = verify(client, args.genes, args.base, args.games, args.depth, tc, args.seed,
-                        args.engine, args.sprt, args.out, args.min_games, args.random_plies)
+                        args.engine, args.sprt, args.out, args.min_games, random_plies(args, VERIFY_LINE_PLIES),
+                        args.book)
     print(result["text"])
     print(f"results: {args.out}")
     return 0
@@ -175,7 +201,6 @@ def verify_command(args) -> int:
 def positions_options(p):
     p.add_argument("out", type=pathlib.Path)
     p.add_argument("--games", type=positive, default=800)
-    p.add_argument("--random-plies", type=int, default=8, help="random plies after each opening line (default 8)")
     p.add_argument("--genes", type=gene_string, default=genes.DEFAULT_STRING, help="the weights both sides play")
     p.add_argument("--seed", type=int, default=1)
     p.add_argument("--pgn", type=pathlib.Path, nargs="+", help="read these games instead of playing")
@@ -188,8 +213,9 @@ def positions_command(args) -> int:
         args.out.mkdir(parents=True, exist_ok=True)
         print(positions.extract(args.pgn, args.out / positions.POSITIONS))
         return 0
-    settings = {"games": args.games, "depth": args.depth or POSITIONS_DEPTH, "random_plies": args.random_plies,
-                "seed": args.seed, "genes": args.genes}
+    settings = {"games": args.games, "depth": args.depth or POSITIONS_DEPTH,
+                "random_plies": random_plies(args, POSITIONS_PLIES), "seed": args.seed, "genes": args.genes,
+                **{k: v for k, v in book_settings(args).items() if k == "book"}}
     with connect(args) as client:
         print(positions.play(client, args.out, settings, args.engine))
     print(f"label them: velkor-tune label {args.out / positions.POSITIONS}")
@@ -209,6 +235,49 @@ def label_command(args) -> int:
     with connect(args) as client:
         print(label.label(client, args.positions, out, args.teacher, args.teacher_depth))
     print(f"fit the weights to them: velkor-tune fit {out}")
+    return 0
+
+
+def centipawns(text: str) -> int:
+    value = int(text)
+    if value < 0:
+        raise argparse.ArgumentTypeError("needs centipawns, 0 or more")
+    return value
+
+
+def edge(text: str) -> tuple[int, int]:
+    try:
+        low, high = (int(x) for x in text.split(","))
+    except ValueError:
+        raise argparse.ArgumentTypeError("--edge takes LOW,HIGH in centipawns, e.g. 80,120") from None
+    if not 0 < low <= high:
+        raise argparse.ArgumentTypeError("--edge needs 0 < LOW <= HIGH")
+    return low, high
+
+
+def book_options(p):
+    d = book.DEFAULTS
+    p.add_argument("out", type=pathlib.Path)
+    p.add_argument("--positions", type=positive, default=d["positions"], help="distinct positions (default %(default)s)")
+    p.add_argument("--plies", type=positive, default=d["plies"], help="plies from the start (default %(default)s)")
+    kept = p.add_mutually_exclusive_group()
+    kept.add_argument("--band", type=centipawns, default=d["band"],
+                      help="keep a position the teacher scores within +-CP (default %(default)s)")
+    kept.add_argument("--edge", type=edge, metavar="LOW,HIGH",
+                      help="keep a position when one side is ahead by LOW to HIGH cp instead")
+    p.add_argument("--teacher", default=d["teacher"], help="a UCI engine with MultiPV (default %(default)s)")
+    p.add_argument("--teacher-depth", type=positive, default=d["teacher_depth"], help="(default %(default)s)")
+    p.add_argument("--seed", type=int, default=d["seed"])
+    add_cluster(p)
+
+
+def book_command(args) -> int:
+    settings = {"positions": args.positions, "plies": args.plies, "band": None if args.edge else args.band,
+                "edge": list(args.edge) if args.edge else None, "teacher": args.teacher,
+                "teacher_depth": args.teacher_depth, "seed": args.seed}
+    with connect(args) as client:
+        print(book.make(client, args.out, settings))
+    print(f"play from it: velkor-tune verify STRING --book {args.out / book.EPD}")
     return 0
 
 
@@ -301,6 +370,8 @@ COMMANDS = {
     "positions": Command("quiet positions of self-play games (or of PGN files) into OUT", positions_options,
                          positions_command, again, plays=True),
     "label": Command("a teacher engine's expected score for each position", label_options, label_command, again),
+    "book": Command("a book of distinct opening positions whose edge the teacher measured, into OUT", book_options,
+                    book_command, again),
     "fit": Command("weights fitted to labelled positions (Texel's method)", fit_options, fit_command),
     "texel": Command("weights fitted to the positions of a run's games, for --start", texel_options, texel_command),
     "report": Command("plots and summary of a PBIL run", report_options, report_command),

@@ -18,13 +18,13 @@ TEACHER = "/usr/games/stockfish"
 
 
 class Teacher:
-    """One teacher process, one position at a time."""
+    """One teacher process, one position at a time; `name` is its `id name`."""
 
     def __init__(self, path: str):
         self.process = subprocess.Popen([path], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
                                         stderr=subprocess.DEVNULL)
         self.send("uci")
-        self.until("uciok")
+        self.name = next((l.split(None, 2)[2].strip() for l in self.until("uciok") if l.startswith("id name ")), path)
         for name, value in (("Threads", 1), ("Hash", 16), ("UCI_ShowWDL", "true")):
             self.send(f"setoption name {name} value {value}")
 
@@ -33,12 +33,14 @@ class Teacher:
         self.process.stdin.flush()
 
     def until(self, word: str) -> list[str]:
+        """The lines before the one that starts with `word`, which is kept in `last`."""
         lines = []
         while True:
             line = self.process.stdout.readline()
             if not line:
                 raise RuntimeError(f"the teacher ended (exit {self.process.wait()})")
             if line.split()[:1] == [word]:
+                self.last = line
                 return lines
             lines.append(line)
 

@@ -8,6 +8,7 @@ a new game begins with `ucinewgame`, which clears the engine's table, so a
 kept engine plays the same games as a new one.
 """
 import atexit
+import hashlib
 import json
 import os
 import pathlib
@@ -36,12 +37,40 @@ PER_TASK = "VELKOR_TUNE_DRIVER_PER_TASK"
 RESIGN_MOVES, RESIGN_CP = 4, 1000
 
 
-def driver_args(task: dict, engine_path, pgn, result_json) -> list[str]:
-    """The driver's options for the task's games. A task may add `random_plies`
-    (random moves after each opening line, for self-play positions) and
-    `pv_sample` (the pvs of every Nth search checked; 1, all, unless given)."""
+def book(path) -> tuple[bytes, str, bool]:
+    """A book's bytes, the name it travels under to the workers (its SHA-256
+    and its extension, which tells the driver how to read it) and whether it
+    holds positions rather than lines of moves, once the driver has read and
+    checked every opening in it."""
+    run = subprocess.run(["node", str(DRIVER), "--openings", str(path), "--check-openings"], capture_output=True,
+                         text=True)
+    if run.returncode:
+        raise ValueError(run.stderr.strip().removeprefix("match: ") or f"the driver cannot read the book {path}")
+    data = pathlib.Path(path).read_bytes()
+    return data, hashlib.sha256(data).hexdigest() + pathlib.Path(path).suffix, " positions in " in run.stdout
+
+
+def book_path(data: bytes, name: str) -> pathlib.Path:
+    """The book with these bytes on this machine, written once into the cache."""
+    if hashlib.sha256(data).hexdigest() != name.split(".")[0]:
+        raise ValueError(f"book bytes do not match their name {name}")
+    path = engine.CACHE / "books" / name
+    if not path.exists():
+        path.parent.mkdir(parents=True, exist_ok=True)
+        temp = path.with_name(f"{name}.{os.getpid()}")
+        temp.write_bytes(data)
+        os.replace(temp, path)
+    return path
+
+
+def driver_args(task: dict, engine_path, pgn, result_json, book_file=None) -> list[str]:
+    """The driver's options for the task's games, from the driver's opening
+    lines or from `book_file`. A task may add `random_plies` (random moves after
+    each opening, for self-play positions) and `pv_sample` (the pvs of every
+    Nth search checked; 1, all, unless given)."""
     limit = ["--depth", str(task["depth"])] if task.get("depth") else ["--tc", task["tc"]]
-    return ["--engine", str(engine_path), "--pbil", task["genes"],
+    openings = ["--openings", str(book_file)] if book_file else []
+    return ["--engine", str(engine_path), "--pbil", task["genes"], *openings,
             "--opponents", f"velkor:{task['base']}", "--games", str(2 * task["pairs"]), *limit,
             "--seed", str(task["seed"]), "--pair-offset", str(task.get("pair_offset", 0)),
             "--random-plies", str(task.get("random_plies", 0)), "--pv-sample", str(task.get("pv_sample", 1)),
@@ -120,22 +149,24 @@ def worker_name() -> str:
         return socket.gethostname()
 
 
-def play(task: dict, engine_bytes: bytes) -> dict:
-    """Plays the task's games; returns the task with its results, the PGN text
-    and the worker that played it."""
+def play(task: dict, engine_bytes: bytes, book_bytes: bytes | None = None) -> dict:
+    """Plays the task's games, from the book named by its `book` when it has
+    one; returns the task with its results, the PGN text and the worker that
+    played it."""
     started = time.monotonic()
     path = engine.install(engine_bytes, task["engine_hash"])
+    book_file = book_path(book_bytes, task["book"]) if task.get("book") else None
     folder = pathlib.Path(tempfile.mkdtemp(prefix="velkor-match-"))
     try:
         pgn, result_json = folder / "games.pgn", folder / "result.json"
         if os.environ.get(PER_TASK):
-            args = driver_args({**task, "pv_sample": 1}, path, pgn, result_json)
+            args = driver_args({**task, "pv_sample": 1}, path, pgn, result_json, book_file)
             run = subprocess.run([os.environ[PER_TASK], *args], capture_output=True, text=True, timeout=3600)
             # Exit 1 is a match with a failure of the tested side, which the JSON counts.
             if run.returncode not in (0, 1) or not result_json.exists():
                 raise RuntimeError(f"match driver exited with {run.returncode}: {run.stderr.strip()[-2000:]}")
         else:
-            DRIVER_PROCESS.play(driver_args(task, path, pgn, result_json))
+            DRIVER_PROCESS.play(driver_args(task, path, pgn, result_json, book_file))
         result = parse(json.loads(result_json.read_text()))
         result["pgn"] = pgn.read_text() if pgn.exists() else ""
     finally:

@@ -30,10 +30,11 @@ def extract(pgn_files, out_file: pathlib.Path) -> str:
     return run.stderr.strip().splitlines()[-1]
 
 
-def game_tasks(settings: dict, digest: str) -> list[dict]:
+def game_tasks(settings: dict, digest: str, book_name=None) -> list[dict]:
     pairs = settings["games"] // 2
     return [{"index": k, "genes": settings["genes"], "base": settings["genes"], "depth": settings["depth"],
              "tc": None, "seed": settings["seed"], "pair_offset": first, "random_plies": settings["random_plies"],
+             "book": book_name,
              "pairs": min(match.PAIRS_PER_TASK, pairs - first), "pv_sample": match.TUNING_PV_SAMPLE,
              "engine_hash": digest}
             for k, first in enumerate(range(0, pairs, match.PAIRS_PER_TASK))]
@@ -51,18 +52,20 @@ def play(client, out: pathlib.Path, settings: dict, engine_path) -> str:
     else:
         runfolder.write_json(saved, settings)
     data, digest = engine.load(engine_path)
+    book_bytes, book_name, _ = match.book(runfolder.book_file(settings)) if settings.get("book") else (None,) * 3
     pgn_folder = out / "pgn"
     pgn_folder.mkdir(exist_ok=True)
     pgn = lambda t: pgn_folder / f"task-{t['index']:05d}.pgn"
-    work = game_tasks(settings, digest)
+    work = game_tasks(settings, digest, book_name)
     recorded = {r["index"] for r in runfolder.read_results(out)}
     for t in work:
         if t["index"] not in recorded:  # games of a task stopped before its line was written
             pgn(t).unlink(missing_ok=True)
-    tasks.play(client, out, work, data, tasks.Progress(settings["games"]), name="positions",
+    tasks.play(client, out, work, (data, book_bytes), tasks.Progress(settings["games"]), name="positions",
                key=lambda t: t["index"], pgn=pgn)
     if not (recorded >= {t["index"] for t in work} and (out / POSITIONS).exists()):
         count = extract(sorted(pgn_folder.glob("*.pgn")), out / POSITIONS)
     else:  # every game was recorded before, and its positions read: the games may be elsewhere
         count = f"{len((out / POSITIONS).read_text().splitlines())} positions, as before"
-    return f"{count} (games at depth {settings['depth']}, {settings['random_plies']} random plies after each line)"
+    openings = f"the book {settings['book']}" if settings.get("book") else "the driver's opening lines"
+    return f"{count} (games at depth {settings['depth']} from {openings}, {settings['random_plies']} random plies after each)"

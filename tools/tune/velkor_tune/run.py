@@ -20,7 +20,7 @@ import pathlib
 import numpy as np
 
 from . import genes, pbil, records, report, stats, tasks
-from .runfolder import STATE, keep_engine, kept_engine, load_state, write_atomically, write_json
+from .runfolder import STATE, keep_engine, kept_book, kept_engine, load_state, write_atomically, write_json
 
 BEST = "best.txt"
 
@@ -62,12 +62,14 @@ def write_best(out: pathlib.Path, state: dict):
     write_atomically(out / BEST, "\n".join(lines) + "\n")
 
 
-def play_generation(client, out, state, generation, engine_bytes, progress) -> list[dict]:
+def play_generation(client, out, state, generation, inputs: tuple, progress) -> list[dict]:
     """Every candidate's mini-match of one generation, reusing recorded ones."""
     s = state["settings"]
     strings, opening_seed = candidates(state, generation)
     work = [{"generation": generation, "candidate": index, "genes": text, "base": s["base"], "pairs": s["pairs"],
-             "depth": s["depth"], "tc": s["tc"], "seed": opening_seed, "engine_hash": state["engine_hash"]}
+             "depth": s["depth"], "tc": s["tc"], "seed": opening_seed, "book": s.get("book_name"),
+             "random_plies": s.get("random_plies", 0),
+             "engine_hash": state["engine_hash"]}
             for index, text in enumerate(strings)]
     per_generation = s["population"] * 2 * s["pairs"]
 
@@ -80,7 +82,7 @@ def play_generation(client, out, state, generation, engine_bytes, progress) -> l
 
     pgn_folder = out / "pgn"
     pgn_folder.mkdir(exist_ok=True)
-    done = tasks.play(client, out, work, engine_bytes, progress, name=f"pbil-g{generation}",
+    done = tasks.play(client, out, work, inputs, progress, name=f"pbil-g{generation}",
                       key=lambda t: (t["generation"], t["candidate"]), same=("genes",),
                       pgn=lambda r: pgn_folder / f"generation-{generation + 1:03d}.pgn", after=after)
     return [done[(generation, i)] for i in range(len(strings))]
@@ -111,14 +113,14 @@ def close_generation(state, generation, played: list[dict]) -> dict:
 def carry_on(out: pathlib.Path, client) -> dict:
     """Plays the generations still to play; returns the final state."""
     state = load_state(out)
-    engine_bytes = kept_engine(out, state)
+    inputs = (kept_engine(out, state), kept_book(state["settings"]))
     write_best(out, state)
     s = state["settings"]
     history = state["history"]
     progress = tasks.Progress(s["generations"] * s["population"] * 2 * s["pairs"], sum(h["games"] for h in history),
                               sum(h["failures"] for h in history))
     for generation in range(state["generation"], s["generations"]):
-        played = play_generation(client, out, state, generation, engine_bytes, progress)
+        played = play_generation(client, out, state, generation, inputs, progress)
         state = close_generation(state, generation, played)
         write_json(out / STATE, state)
         write_best(out, state)

@@ -1,6 +1,7 @@
 """The files of a tuner's folder, written so that a kill never leaves one
 half-written: state replaced atomically, results appended a whole line at a
 time and a cut last line dropped on reading."""
+import hashlib
 import json
 import os
 import pathlib
@@ -9,6 +10,7 @@ import shutil
 from . import engine
 
 STATE, RESULTS, ENGINE = "state.json", "results.jsonl", "velkor"
+REPO = pathlib.Path(__file__).resolve().parents[3]
 
 
 def keep_engine(out: pathlib.Path, engine_path) -> str:
@@ -23,6 +25,30 @@ def kept_engine(out: pathlib.Path, state: dict) -> bytes:
     data, digest = engine.load(out / ENGINE)
     if digest != state["engine_hash"]:
         raise ValueError(f"{out / ENGINE} is not the engine this run started with")
+    return data
+
+
+def from_top(path: pathlib.Path) -> str:
+    """A path as a folder records it: from the repository's top when inside
+    it, so that a checkout elsewhere finds it."""
+    path = pathlib.Path(path).resolve()
+    return str(path.relative_to(REPO)) if path.is_relative_to(REPO) else str(path)
+
+
+def book_file(settings: dict) -> pathlib.Path:
+    """The path of a run's book, recorded from the repository's top when inside it."""
+    return REPO / settings["book"]  # an absolute path stays as it is
+
+
+def kept_book(settings: dict) -> bytes | None:
+    """The bytes of the book a run plays (`book`, its path, read again on every
+    call), refused if they are not those it started with (`book_name`)."""
+    if not settings.get("book"):
+        return None
+    path = book_file(settings)
+    data = path.read_bytes()
+    if hashlib.sha256(data).hexdigest() + path.suffix != settings["book_name"]:
+        raise ValueError(f"{path} is not the book this run started with ({settings['book_name']})")
     return data
 
 

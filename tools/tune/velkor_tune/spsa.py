@@ -25,7 +25,7 @@ import pathlib
 import numpy as np
 
 from . import genes, match, records, report, tasks
-from .runfolder import STATE, keep_engine, kept_engine, load_state, write_atomically, write_json
+from .runfolder import STATE, keep_engine, kept_book, kept_engine, load_state, write_atomically, write_json
 
 THETA = "theta.txt"
 ALPHA, GAMMA = 0.602, 0.101
@@ -71,7 +71,8 @@ def batch_tasks(state: dict, batch: int) -> list[dict]:
         tasks.append({"batch": batch, "task": j, "delta": delta, "c": c, "r": r,
                       "genes": genes.encode(plus), "base": genes.encode(minus), "pairs": s["pairs"],
                       "depth": s["depth"], "tc": s["tc"], "seed": s["seed"], "pair_offset": first,
-                      "random_plies": s["random_plies"], "pv_sample": match.TUNING_PV_SAMPLE,
+                      "random_plies": s["random_plies"], "book": s.get("book_name"),
+                      "pv_sample": match.TUNING_PV_SAMPLE,
                       "engine_hash": state["engine_hash"]})
     return tasks
 
@@ -141,11 +142,12 @@ def carry_on(out: pathlib.Path, client) -> dict:
     """Plays the batches still to play; returns the final state."""
     state = load_state(out)
     engine_bytes = kept_engine(out, state)
+    book_bytes = kept_book(state["settings"])
     total = batches(state["settings"])
     progress = tasks.Progress(total * games_per_batch(state["settings"]), state["games"], state["failures"])
     while state["batch"] < total:
         work = batch_tasks(state, state["batch"])
-        done = tasks.play(client, out, work, engine_bytes, progress, name=f"spsa-b{state['batch']}",
+        done = tasks.play(client, out, work, (engine_bytes, book_bytes), progress, name=f"spsa-b{state['batch']}",
                           key=lambda t: (t["batch"], t["task"]), same=("genes", "base"))
         state = apply_batch(state, list(done.values()))
         write_json(out / STATE, state)

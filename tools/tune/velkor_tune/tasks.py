@@ -76,13 +76,15 @@ def keep(out, record: dict, pgn=None):
     append_result(out, record)
 
 
-def play(client, out, tasks: list[dict], engine_bytes: bytes, progress: Progress, *, name: str, key, same=(),
-         pgn=None, after=None, enough=None) -> dict:
-    """Plays the match tasks whose results OUT does not hold yet (a result
-    counts for the task of the same key when the fields `same` agree too);
-    returns the record of every task played, by key. `pgn(task)` names the
+def play(client, out, tasks: list[dict], inputs: tuple, progress: Progress, *, name: str, key, same=(), pgn=None,
+         after=None, enough=None, function=match.play, units=records.games, failed=records.failures) -> dict:
+    """Runs the tasks whose results OUT does not hold yet (a result counts for
+    the task of the same key when the fields `same` agree too), each as
+    function(task, *inputs) (a mini-match unless told); returns the record of
+    every task run, by key. `units(record)` and `failed(record)` count it in
+    the progress line (games and failures unless told); `pgn(task)` names the
     file of its games; `after(record, done)` adds to the progress line;
-    `enough(done)` tells when to stop, before any game too."""
+    `enough(done)` tells when to stop, before any task too."""
     wanted = {key(t): t for t in tasks}
     done = {}
     for r in read_results(out):
@@ -91,15 +93,15 @@ def play(client, out, tasks: list[dict], engine_bytes: bytes, progress: Progress
             done[k] = r
     todo = [t for t in tasks if key(t) not in done]
     if done:
-        progress.add(sum(map(records.games, done.values())), sum(map(records.failures, done.values())), here=False)
+        progress.add(sum(map(units, done.values())), sum(map(failed, done.values())), here=False)
         progress.say(f"{len(done)} of these {len(tasks)} tasks recorded in {out} already")
     if enough and enough(done):
         return done
-    results = as_done(client, match.play, todo, engine_bytes, name=name)
+    results = as_done(client, function, todo, *inputs, name=name)
     for record in results:
         keep(out, record, pgn(record) if pgn else None)
         done[key(record)] = record
-        progress.add(records.games(record), records.failures(record))
+        progress.add(units(record), failed(record))
         progress.say(progress.line() + (after(record, done) if after else ""))
         if enough and enough(done):
             break

@@ -12,23 +12,23 @@ import pathlib
 import time
 
 from . import engine, match, records, stats, tasks
-from .runfolder import write_json
+from .runfolder import from_top, write_json
 
 SUMMARY, SETTINGS = "summary.json", "match.json"
 # What makes two mini-matches games of one match.
-SAME_MATCH = ("genes", "base", "depth", "tc", "seed", "random_plies")
+SAME_MATCH = ("genes", "base", "depth", "tc", "seed", "random_plies", "book")
 
 
-def match_tasks(genes_text, base, games, depth, tc, seed, digest, random_plies=0) -> list[dict]:
+def match_tasks(genes_text, base, games, depth, tc, seed, digest, random_plies=0, book=None) -> list[dict]:
     pairs = games // 2
     return [{"genes": genes_text, "base": base, "depth": depth, "tc": tc, "seed": seed, "pair_offset": first,
-             "pairs": min(match.PAIRS_PER_TASK, pairs - first), "random_plies": random_plies,
+             "pairs": min(match.PAIRS_PER_TASK, pairs - first), "random_plies": random_plies, "book": book,
              "pv_sample": match.TUNING_PV_SAMPLE, "engine_hash": digest}
             for first in range(0, pairs, match.PAIRS_PER_TASK)]
 
 
 def summary(totals: records.Totals, task: dict, bounds, minutes: float) -> dict:
-    s = {k: task[k] for k in ("genes", "base", "depth", "tc", "seed")}
+    s = {k: task[k] for k in ("genes", "base", "depth", "tc", "seed", "random_plies", "book")}
     s.update(totals.as_dict(), minutes=minutes, text=totals.describe(bounds))
     if sum(totals.penta):
         s["elo"] = stats.summary(totals.penta)
@@ -38,15 +38,18 @@ def summary(totals: records.Totals, task: dict, bounds, minutes: float) -> dict:
 
 
 def verify(client, genes_text, base, games, depth, tc, seed, engine_path, bounds, out: pathlib.Path,
-           min_games: int = 0, random_plies: int = 0) -> dict:
+           min_games: int = 0, random_plies: int = 0, book=None) -> dict:
+    """The match, from the openings of `book` (a file the driver reads) or
+    from the driver's own opening lines."""
     out.mkdir(parents=True, exist_ok=True)
     data, digest = engine.load(engine_path)
-    work = match_tasks(genes_text, base, games, depth, tc, seed, digest, random_plies)
+    book_bytes, book_name, _ = match.book(book) if book else (None, None, None)
+    work = match_tasks(genes_text, base, games, depth, tc, seed, digest, random_plies, book_name)
     if not work:
         raise ValueError("a match needs at least 2 games, a pair")
     # What the match is, for a reader of the folder while it plays.
     write_json(out / SETTINGS, {**{k: work[0][k] for k in SAME_MATCH}, "games": games, "sprt": bounds,
-                                "min_games": min_games})
+                                "min_games": min_games, "book_file": from_top(book) if book else None})
     started = time.monotonic()
     progress = tasks.Progress(games)
 
@@ -65,12 +68,12 @@ def verify(client, genes_text, base, games, depth, tc, seed, engine_path, bounds
     key = lambda t: t["pair_offset"]
     # A folder that holds games of the same match already: they count, and
     # only the pairs not yet recorded are played.
-    done = tasks.play(client, out, work, data, progress, name="verify", key=key, same=SAME_MATCH,
+    done = tasks.play(client, out, work, (data, book_bytes), progress, name="verify", key=key, same=SAME_MATCH,
                       pgn=lambda r: out / "games.pgn", after=after, enough=enough)
     # The minutes of every call that played this match.
     minutes = (time.monotonic() - started) / 60
     before = json.loads((out / SUMMARY).read_text()) if (out / SUMMARY).exists() else {}
-    if all(before.get(k) == work[0][k] for k in ("genes", "base", "depth", "tc", "seed")):
+    if all(before.get(k) == work[0][k] for k in SAME_MATCH):
         if not progress.here:  # nothing played: the summary stands
             return before
         minutes += before.get("minutes", 0)
