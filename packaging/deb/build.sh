@@ -62,7 +62,7 @@ git -C "$top" rev-parse --verify -q HEAD >/dev/null || fail "the upstream change
 gzip -9n <"$top/README.md" >"$doc/README.md.gz"
 install -m 0644 "$top/tools/tune/tuned.txt" "$doc/tuned.txt"
 
-# XBoard's plugin files (plugin spec 0.0: the line XBoard puts in its engine
+# XBoard's plugin files (the format's header line, the line XBoard puts in its engine
 # list, then the variants). Debian's XBoard 4.9.1 adds the second line to the
 # list with -fUCI, and shows the list by its first word or by a leading
 # quoted nickname; it puts the whole line in quotes when it holds a blank.
