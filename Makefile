@@ -214,7 +214,8 @@ test-windows: setup-test-windows release windows
 # Release archives in build/dist: Linux (tar.gz) and Windows (zip) for
 # x86-64-v2 and x86-64-v3, each with README and LICENSE. Each binary is
 # checked first: the bench count (under wine for Windows), and no BMI or
-# AVX in a v2 build (tests/windows/check-binary.sh).
+# AVX in a v2 build (tests/windows/check-binary.sh). Earlier archives go,
+# the Debian package made by make deb beside them stays.
 DIST := $(BUILD)/dist
 DIST_WORK := $(BUILD)/dist-work
 VERSION := $(shell sed -n 's/.*ENGINE_NAME = "Velkor \([^ ]*\).*/\1/p' src/protocol/protocol.h)
@@ -231,7 +232,7 @@ setup-dist:
 	@bash tools/setup.sh build
 	@bash tools/setup.sh dist
 	@bash -c 'source tests/windows/wine.sh $(WINE_PREFIX)'
-	rm -rf $(DIST) && mkdir -p $(DIST)
+	mkdir -p $(DIST) && rm -f $(DIST)/velkor-*.tar.gz $(DIST)/velkor-*.zip
 
 dist-%: setup-dist
 	cmake --no-warn-unused-cli -S . -B $(DIST_WORK)/$* $(if $(filter windows-%,$*),$(MINGW)) -DCMAKE_BUILD_TYPE=Release \

@@ -96,10 +96,13 @@ out=$(printf 'bench\n' | as_user velkor)
 grep -q "^$nodes nodes in " <<<"$out" || fail "velkor: bench: $(tail -n 1 <<<"$out")"
 echo "test-deb: velkor: $(grep "^$nodes nodes in " <<<"$out")"
 genes=$(head -n 1 "$here/../../tools/tune/tuned.txt")
-out=$(printf 'uci\nquit\n' | as_user velkor-tuned)
-[ "$(grep -c '^info debug pbil\[' <<<"$out")" -eq 14 ] && grep -qx uciok <<<"$out" ||
-    fail "velkor-tuned: the tuned string was not loaded: $out"
-echo "test-deb: velkor-tuned: 14 weights loaded, uciok"
+# Arguments a GUI adds on the command line leave the tuned string in place.
+for extra in "" "-fUCI"; do
+    out=$(printf 'uci\nquit\n' | as_user velkor-tuned $extra)
+    [ "$(grep -c '^info debug pbil\[' <<<"$out")" -eq 14 ] && grep -qx uciok <<<"$out" ||
+        fail "velkor-tuned $extra: the tuned string was not loaded: $out"
+done
+echo "test-deb: velkor-tuned: 14 weights loaded, uciok, with and without an extra argument"
 
 # The manual pages.
 for page in velkor velkor-tuned; do

@@ -2,6 +2,7 @@
 Dask, each result taken as it comes, recorded at once and counted in one
 progress line; tasks already recorded in the folder are not played again,
 so a command called again after a stop carries on."""
+import contextlib
 import math
 import sys
 import time
@@ -97,13 +98,14 @@ def play(client, out, tasks: list[dict], inputs: tuple, progress: Progress, *, n
         progress.say(f"{len(done)} of these {len(tasks)} tasks recorded in {out} already")
     if enough and enough(done):
         return done
-    results = as_done(client, function, todo, *inputs, name=name)
-    for record in results:
-        keep(out, record, pgn(record) if pgn else None)
-        done[key(record)] = record
-        progress.add(units(record), failed(record))
-        progress.say(progress.line() + (after(record, done) if after else ""))
-        if enough and enough(done):
-            break
-    results.close()
+    # Closed on the way out, a Ctrl-C too, so that the tasks still running are
+    # cancelled while the client is still there to cancel them.
+    with contextlib.closing(as_done(client, function, todo, *inputs, name=name)) as results:
+        for record in results:
+            keep(out, record, pgn(record) if pgn else None)
+            done[key(record)] = record
+            progress.add(units(record), failed(record))
+            progress.say(progress.line() + (after(record, done) if after else ""))
+            if enough and enough(done):
+                break
     return done
