@@ -266,3 +266,11 @@ deb:
 test-deb: deb
 	@bash tools/setup.sh deb-test
 	bash packaging/deb/test.sh $(DEB) $(BUILD)/deb-test
+
+# The README's two commands in a fresh Debian 12 root (debootstrap minbase
+# with git and make, kept as a tarball in build/fresh), on a clone of the
+# current commit: make run answers uci, make test passes; as root.
+.PHONY: test-fresh
+test-fresh:
+	@bash tools/setup.sh deb-test
+	bash tests/fresh/test.sh $(BUILD)/fresh
