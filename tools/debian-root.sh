@@ -28,11 +28,12 @@ root_cleanup() {
 }
 
 # Mounts what programs in the root need: /proc, /dev for /dev/null and the
-# like, and a /dev/shm of its own for browsers and Python's semaphores.
+# like, its terminals, and a /dev/shm of its own for browsers and Python's semaphores.
 root_enter() {
     root_dirs+=("$1")
     mount -t proc proc "$1/proc" && root_mounted+=("$1/proc")
     mount --bind /dev "$1/dev" && root_mounted+=("$1/dev")
+    mount --bind /dev/pts "$1/dev/pts" && root_mounted+=("$1/dev/pts")
     mount -t tmpfs -o mode=1777 shm "$1/dev/shm" && root_mounted+=("$1/dev/shm")
 }
 

@@ -21,6 +21,13 @@ mkdir -p "$dir"
 root_base "$dir/bookworm-git-make.tar.gz" "$dir/debootstrap.log" git make || fail "no Debian root"
 root_unpack "$dir/bookworm-git-make.tar.gz" "$dir/root"
 cp /etc/resolv.conf "$root/etc/resolv.conf"
+# A network whose TLS goes through a proxy of its own has its CA trusted by
+# every machine on it: the root gets it too, and nothing else of the host.
+extra=()
+if [ -n "${NODE_EXTRA_CA_CERTS:-}" ] && [ -f "$NODE_EXTRA_CA_CERTS" ]; then
+    mkdir -p "$root/etc/ssl" && cp "$NODE_EXTRA_CA_CERTS" "$root/etc/ssl/network-ca.crt"
+    extra=(NODE_EXTRA_CA_CERTS=/etc/ssl/network-ca.crt)
+fi
 git clone -q --no-local "$top" "$root/root/velkor"
 git -C "$root/root/velkor" checkout -q --detach "$commit"
 echo "test-fresh: $(in_root sh -c '. /etc/os-release; echo "$PRETTY_NAME"'), $commit cloned into /root/velkor"
@@ -31,7 +38,7 @@ timed() {  # NAME STDIN COMMAND: runs it, prints its time, fails with its log
     shift 2
     start=$(date +%s)
     set +e
-    in_root sh -c "cd /root/velkor && $*" <"$input" 2>&1 | tee "$dir/$name.log"
+    in_root "${extra[@]}" sh -c "cd /root/velkor && $*" <"$input" 2>&1 | tee "$dir/$name.log"
     rc=${PIPESTATUS[0]}
     set -e
     elapsed[$name]=$(($(date +%s) - start))

@@ -9,7 +9,7 @@ import assert from 'node:assert/strict';
 import { mkdirSync } from 'node:fs';
 import { dirname, resolve } from 'node:path';
 import { fileURLToPath } from 'node:url';
-import { Chess } from '../node_modules/chess.js/dist/esm/chess.js';
+import { Chess } from 'chess.js';
 import { browser, serve } from './site.mjs';
 
 const root = resolve(dirname(fileURLToPath(import.meta.url)), '../..');
