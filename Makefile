@@ -65,7 +65,7 @@ test: setup-test release sanitize
 	@$(MAKE) --no-print-directory test-v3
 	bash tools/match/setup.sh
 	node --test tools/match/tests/
-	@$(MAKE) --no-print-directory lint-js test-web
+	@$(MAKE) --no-print-directory lint-js test-web test-npm
 	git ls-files 'src/*.cpp' 'src/*.h' 'tests/*.cpp' 'tests/*.h' 'tools/*.cpp' 'bench/*.cpp' | xargs clang-format-14 --style=file --dry-run --Werror
 	/usr/bin/python3 -m pyflakes tools/tune bench/match.py
 # The tuner's tests, headless chromium on its campaign page among them (after lint-js's npm ci).
@@ -192,6 +192,17 @@ bench-web: release web
 # search's turns, -O2, SIMD, link-time optimisation.
 bench-web-choices: release web
 	bash web/tests/choices.sh $(RELEASE)/velkor $(WEB) $(BUILD)
+
+# The npm package velkor: the one JavaScript client of the engine with its
+# types, and the WebAssembly engine inside (client/). make test-npm installs
+# the tarball offline into a scratch project and uses it under Node and in
+# headless chromium (part of make test).
+.PHONY: npm test-npm
+npm: web
+	bash client/pack.sh $(WEB) $(VERSION) $(BUILD)/npm/velkor $(DIST)
+
+test-npm: release npm
+	VELKOR_NPM=$(abspath $(DIST))/velkor-$(VERSION).tgz VELKOR_ENGINE=$(abspath $(RELEASE))/velkor node --test client/tests/
 
 # Windows: velkor.exe cross-built with mingw-w64 from Debian, static (no DLL
 # beyond the system's), in build/windows beside launcher.exe, which the

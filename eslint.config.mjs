@@ -7,12 +7,15 @@ export default [
   { ignores: ['**/node_modules/**', 'build/**'] },
   js.configs.recommended,
   {
-    files: ['**/*.mjs', '**/*.js'],
+    files: ['**/*.mjs', '**/*.js', '**/*.cjs'],
     languageOptions: { ecmaVersion: 2022, sourceType: 'module', globals: { ...globals.node } },
     rules: { 'no-unused-vars': ['error', { argsIgnorePattern: '^_', caughtErrors: 'none' }] },
   },
   // The page runs in browsers; the engine's worker is a classic script.
   { files: ['web/src/**/*.js'], languageOptions: { globals: { ...globals.browser } } },
+  // The client runs under Node and in browsers; its worker thread is CommonJS.
+  { files: ['client/**/*.js', 'client/tests/**/*.mjs'], languageOptions: { globals: { ...globals.browser, ...globals.node } } },
+  { files: ['client/**/*.cjs'], languageOptions: { sourceType: 'commonjs', globals: { ...globals.node } } },
   // The page's tests hand functions to the browser to run there.
   { files: ['web/tests/**/*.mjs'], languageOptions: { globals: { ...globals.browser, ...globals.node } } },
   { files: ['web/engine/worker.js'], languageOptions: { sourceType: 'script', globals: { ...globals.worker } } },

@@ -13,6 +13,7 @@ cd "$here"
 [ node_modules/.package-lock.json -nt package-lock.json ] || npm ci --no-audit --no-fund --loglevel=error
 rm -rf "$site" && mkdir -p "$site/engine" "$site/vendor/chess.js" "$site/vendor/cm-chessboard"
 cp src/* "$site/"
+mkdir -p "$site/client" && cp ../client/uci.js "$site/client/"
 cp engine/worker.js engine/velkor.mjs "$engine/velkor.js" "$engine/velkor.wasm" "$site/engine/"
 chmod +x "$site/engine/velkor.mjs"
 cp ../LICENSE "$site/engine/LICENSE"

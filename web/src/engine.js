@@ -1,30 +1,17 @@
 // The page's side of the engine: a Web Worker running Velkor's WebAssembly
-// build, spoken to in UCI a line at a time. Any line that reaches the engine
-// during a search ends it, so nothing but the next command (or stop) is
-// sent while it thinks: no isready polling.
+// build, spoken to through the engine's one client (client/uci.js), whose
+// queue sends nothing during a search but stop: no isready polling.
+import { EngineEnded, UciClient, parseInfo } from './client/uci.js';
 
-// Parses an info line into {depth, seldepth, score: {cp|mate, bound}, pv,
-// nodes, nps, time}; fields missing from the line are left out.
-export function parseInfo(line) {
-  const words = line.split(' ');
-  const info = {};
-  const NUMBERS = ['depth', 'seldepth', 'time', 'nodes', 'nps', 'hashfull', 'currmovenumber'];
-  for (let i = 1; i < words.length; i++) {
-    const word = words[i];
-    if (NUMBERS.includes(word)) {
-      info[word] = Number(words[++i]);
-    } else if (word === 'score') {
-      const kind = words[++i];
-      info.score = { [kind]: Number(words[++i]) };
-      if (words[i + 1] === 'lowerbound' || words[i + 1] === 'upperbound') info.score.bound = words[++i];
-    } else if (word === 'pv') {
-      info.pv = [];
-      while (i + 1 < words.length && /^[a-h][1-8][a-h][1-8][qrbn]?$/.test(words[i + 1])) info.pv.push(words[++i]);
-    } else if (word === 'currmove') {
-      info.currmove = words[++i];
-    }
-  }
-  return info;
+export { parseInfo };
+
+// "go depth 5", "go wtime 1000 btime 900" as the client's limits.
+function limitsOf(go) {
+  const words = go.trim().split(/\s+/).slice(1);
+  if (words[0] === 'infinite') return { infinite: true };
+  const limits = {};
+  for (let i = 0; i + 1 < words.length; i += 2) limits[words[i]] = Number(words[i + 1]);
+  return limits;
 }
 
 // One engine in its worker. onLine(line) sees every line; onFault(text)
@@ -34,8 +21,7 @@ export class Engine {
     this.onLine = onLine || (() => {});
     this.onFault = onFault || (() => {});
     this.worker = null;
-    this.searches = []; // each go sent and not yet answered, oldest first
-    this.waiting = null; // {word, resolve}: a handshake line awaited
+    this.client = null;
     this.hashOption = null;
   }
 
@@ -44,27 +30,35 @@ export class Engine {
   async start({ args = [], maxMemory, hash }) {
     this.stopWorker();
     const started = performance.now();
-    this.worker = new Worker(new URL('./engine/worker.js', import.meta.url));
-    this.worker.onmessage = (event) => this.receive(event.data);
-    this.worker.onerror = (event) => {
+    const worker = new Worker(new URL('./engine/worker.js', import.meta.url));
+    const client = new UciClient({ send: (line) => worker.postMessage(line) });
+    this.worker = worker;
+    this.client = client;
+    client.onLine = (line) => {
+      if (line.startsWith('option name Hash ')) this.hashOption = parseOption(line);
+      this.onLine(line);
+    };
+    worker.onmessage = (event) => {
+      const message = event.data;
+      if (typeof message === 'string') client.receive(message);
+      else this.fault(message.fault ? `it failed (${message.fault})` : `it ended with status ${message.exit}`);
+    };
+    worker.onerror = (event) => {
       event.preventDefault();
       this.fault(event.message || 'the worker failed');
     };
-    this.worker.postMessage({ start: { args, maxMemory } });
-    await this.command('uci', 'uciok');
+    worker.postMessage({ start: { args, maxMemory } });
+    await client.command(['uci'], (line) => line === 'uciok');
     const uciok = performance.now() - started;
-    if (hash) this.send(`setoption name Hash value ${hash}`);
-    await this.command('isready', 'readyok');
+    await client.command([...(hash ? [`setoption name Hash value ${hash}`] : []), 'isready'], (line) => line === 'readyok');
     return uciok;
   }
 
   stopWorker() {
     if (this.worker) this.worker.terminate();
+    if (this.client) this.client.ended('the engine was restarted');
     this.worker = null;
-    for (const search of this.searches) search.resolve(null);
-    this.searches = [];
-    if (this.waiting) this.waiting.reject(new Error('the engine was restarted'));
-    this.waiting = null;
+    this.client = null;
   }
 
   get running() {
@@ -72,57 +66,35 @@ export class Engine {
   }
 
   get thinking() {
-    return this.searches.length > 0;
+    return Boolean(this.client && this.client.searching);
   }
 
+  // A line with no answer, sent in its turn.
   send(line) {
-    if (this.worker) this.worker.postMessage(line);
-  }
-
-  command(line, answer) {
-    return new Promise((resolve, reject) => {
-      this.waiting = { word: answer, resolve, reject };
-      this.send(line);
-    });
+    if (this.client) this.client.post([line]).catch(() => {});
   }
 
   // A search of the position (a start FEN and the moves from it, in
-  // coordinates) under the go line's limits. onInfo sees each info line
-  // parsed; resolves with the best move in coordinates, '0000' when the
-  // game is over, or null when the engine ended first.
-  search({ fen, moves, go, onInfo }) {
-    const position = `position fen ${fen}${moves.length ? ' moves ' + moves.join(' ') : ''}`;
-    return new Promise((resolve) => {
-      this.searches.push({ onInfo: onInfo || (() => {}), resolve });
-      this.send(position);
-      this.send(go);
-    });
+  // coordinates) under the go line's limits, in place of any search still
+  // running or waiting. onInfo sees each info line parsed; resolves with the
+  // best move in coordinates, '0000' when the game is over, or null when
+  // the engine ended first or a newer search replaced this one.
+  async search({ fen, moves, go, onInfo }) {
+    if (!this.client) return null;
+    this.client.supersede();
+    try {
+      const { move, skipped } = await this.client.search({ fen, moves }, limitsOf(go), onInfo);
+      if (skipped) return null;
+      return move || '0000';
+    } catch (error) {
+      if (error instanceof EngineEnded) return null;
+      throw error;
+    }
   }
 
   // Ends the running search; its promise resolves with the move it had.
   stop() {
-    if (this.thinking) this.send('stop');
-  }
-
-  receive(message) {
-    if (typeof message !== 'string') {
-      const text = message.fault ? `it failed (${message.fault})` : `it ended with status ${message.exit}`;
-      this.fault(text);
-      return;
-    }
-    this.onLine(message);
-    const search = this.searches[0];
-    if (message.startsWith('option name Hash ')) this.hashOption = parseOption(message);
-    if (search && message.startsWith('info ')) search.onInfo(parseInfo(message));
-    if (search && message.startsWith('bestmove ')) {
-      this.searches.shift();
-      search.resolve(message.split(' ')[1]);
-    }
-    if (this.waiting && message === this.waiting.word) {
-      const { resolve } = this.waiting;
-      this.waiting = null;
-      resolve();
-    }
+    if (this.client) this.client.stop();
   }
 
   fault(text) {
