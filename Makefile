@@ -41,8 +41,9 @@ release-pgo:
 setup-test:
 	@bash tools/setup.sh test
 
-# The project's JavaScript tools (the linter, the client that drives Debian's
-# chromium), pinned in package-lock.json; installed again when the lock changes.
+# The project's JavaScript, one npm workspace (the page, the match driver,
+# the client, the linter and the client that drives Debian's chromium),
+# pinned in package-lock.json; installed again when the lock changes.
 setup-js:
 	@bash tools/setup.sh node
 	@[ node_modules/.package-lock.json -nt package-lock.json ] || npm ci --no-audit --no-fund --loglevel=error

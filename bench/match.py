@@ -112,7 +112,7 @@ def main():
         if subprocess.run(f"git -C {ROOT} archive {BASELINE_REVISION} tools/match | tar -x -C {space}",
                           shell=True).returncode != 0:
             sys.exit(f"the baseline needs revision {BASELINE_REVISION} in this clone's history")
-        (space / "tools" / "match" / "node_modules").symlink_to(ROOT / "tools" / "match" / "node_modules")
+        (space / "node_modules").symlink_to(ROOT / "node_modules")
         old_driver = script(space / "old-driver", OLD_DRIVER.format(driver=space / "tools" / "match" / "match.mjs"))
         log = space / "engines.log"
         engine = script(space / "velkor", ENGINE.format(engine=args.engine.resolve(), log=log))

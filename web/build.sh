@@ -2,7 +2,7 @@
 # Assembles the static site of Velkor in a browser: the page, the engine
 # (velkor.js and velkor.wasm from the WebAssembly build, its worker and its
 # Node entry), the tuned weights, and the board widget and rules from npm
-# (pinned in web/package-lock.json), each with its licence. Every file is
+# (pinned in the project's one package-lock.json), each with its licence. Every file is
 # served from the site itself; it needs no special headers.
 # Usage: web/build.sh ENGINE_BUILD SITE
 set -euo pipefail
@@ -10,7 +10,8 @@ here=$(dirname "$(realpath "$0")")
 engine=$(realpath "$1")
 site=$(realpath -m "$2")
 cd "$here"
-[ node_modules/.package-lock.json -nt package-lock.json ] || npm ci --no-audit --no-fund --loglevel=error
+[ ../node_modules/.package-lock.json -nt ../package-lock.json ] || (cd .. && npm ci --no-audit --no-fund --loglevel=error)
+modules=../node_modules
 rm -rf "$site" && mkdir -p "$site/engine" "$site/vendor/chess.js" "$site/vendor/cm-chessboard"
 cp src/* "$site/"
 mkdir -p "$site/client" && cp ../client/uci.js "$site/client/"
@@ -19,14 +20,14 @@ chmod +x "$site/engine/velkor.mjs"
 cp ../LICENSE "$site/engine/LICENSE"
 # The tuned string is the first line of the tuner's file.
 head -n 1 ../tools/tune/tuned.txt >"$site/engine/tuned.txt"
-cp node_modules/chess.js/dist/esm/chess.js node_modules/chess.js/LICENSE "$site/vendor/chess.js/"
-cp -r node_modules/cm-chessboard/src node_modules/cm-chessboard/LICENSE "$site/vendor/cm-chessboard/"
+cp $modules/chess.js/dist/esm/chess.js $modules/chess.js/LICENSE "$site/vendor/chess.js/"
+cp -r $modules/cm-chessboard/src $modules/cm-chessboard/LICENSE "$site/vendor/cm-chessboard/"
 mkdir -p "$site/vendor/cm-chessboard/assets/pieces" "$site/vendor/cm-chessboard/assets/extensions"
-cp node_modules/cm-chessboard/assets/chessboard.css "$site/vendor/cm-chessboard/assets/"
-cp node_modules/cm-chessboard/assets/pieces/standard.svg "$site/vendor/cm-chessboard/assets/pieces/"
+cp $modules/cm-chessboard/assets/chessboard.css "$site/vendor/cm-chessboard/assets/"
+cp $modules/cm-chessboard/assets/pieces/standard.svg "$site/vendor/cm-chessboard/assets/pieces/"
 for extension in markers promotion-dialog; do
     mkdir -p "$site/vendor/cm-chessboard/assets/extensions/$extension"
-    cp node_modules/cm-chessboard/assets/extensions/$extension/*.css node_modules/cm-chessboard/assets/extensions/$extension/*.svg \
+    cp $modules/cm-chessboard/assets/extensions/$extension/*.css $modules/cm-chessboard/assets/extensions/$extension/*.svg \
         "$site/vendor/cm-chessboard/assets/extensions/$extension/" 2>/dev/null || true
 done
 echo "web: $(du -sh "$site" | cut -f1) in $site (velkor.wasm $(stat -c %s "$site/engine/velkor.wasm") bytes)"

@@ -281,6 +281,23 @@ def book_command(args) -> int:
     return 0
 
 
+def review_options(p):
+    p.add_argument("games", type=pathlib.Path, help="a PGN file of one game or many")
+    p.add_argument("--out", type=pathlib.Path, required=True, help="the folder of the review")
+    p.add_argument("--depth", type=positive, help="the depth of every search (default: the page's)")
+    p.add_argument("--pbil", type=gene_string, help="the engine's weights (default: its own)")
+    p.add_argument("--engine", type=pathlib.Path, default=RELEASE, help=f"engine binary (default {RELEASE})")
+    add_cluster(p)
+
+
+def review_command(args) -> int:
+    from . import review
+    depth = args.depth or review.defaults()["depth"]
+    with connect(args) as client:
+        print(review.review(client, args.games, args.out, args.engine, depth, args.pbil))
+    return 0
+
+
 def fit_options(p):
     p.add_argument("positions", type=pathlib.Path, help='lines "FEN;R" or "FEN;R;T"')
     p.add_argument("--lambda", dest="lam", type=float, default=0.5,
@@ -372,6 +389,8 @@ COMMANDS = {
     "label": Command("a teacher engine's expected score for each position", label_options, label_command, again),
     "book": Command("a book of distinct opening positions whose edge the teacher measured, into OUT", book_options,
                     book_command, again),
+    "review": Command("every game of a PGN file reviewed, move by move, into OUT", review_options, review_command,
+                      again, plays=True),
     "fit": Command("weights fitted to labelled positions (Texel's method)", fit_options, fit_command),
     "texel": Command("weights fitted to the positions of a run's games, for --start", texel_options, texel_command),
     "report": Command("plots and summary of a PBIL run", report_options, report_command),
@@ -402,7 +421,7 @@ def check_driver(command: Command, args) -> None:
     from shutil import which
     if which("node") is None:
         missing = "node is not on the PATH"
-    elif not (match.DRIVER.parent / "node_modules" / "chess.js").is_dir():
+    elif not (match.DRIVER.parents[2] / "node_modules" / "chess.js").is_dir():
         missing = "chess.js is not installed for the match driver"
     else:
         return
