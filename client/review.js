@@ -24,13 +24,20 @@ const SHOWN_LINE = 10; // plies of a better line written out
 // A reviewed game could not be read or played: its reason, in words.
 export class GameRefused extends Error {}
 
+// A review ended before its end, as asked.
+export class ReviewCancelled extends Error {}
+
+// The tag pairs of PGN text, in their order.
+export function headersOf(text) {
+  return [...text.matchAll(/^\s*\[(\w+)\s+"((?:[^"\\]|\\.)*)"\]\s*$/gm)].map((m) => [m[1], m[2].replace(/\\(.)/g, '$1')]);
+}
+
 // ---- the game -----------------------------------------------------------
 
 // One game of PGN text: { headers: [[tag, value]...] in their order,
 // startFen (null for the standard start), moves: [{ san, uci }] }.
 export function readGame(text) {
-  const headers = [];
-  for (const match of text.matchAll(/^\s*\[(\w+)\s+"((?:[^"\\]|\\.)*)"\]\s*$/gm)) headers.push([match[1], match[2]]);
+  const headers = headersOf(text);
   const tag = (name) => headers.find(([key]) => key === name)?.[1];
   const fen = tag('FEN');
   let game;
@@ -53,10 +60,11 @@ export function readGame(text) {
 
 // Searches every position of the game through the client (client/uci.js)
 // at the depth. onProgress(done, total) hears each position done. Resolves
-// with the engine's name and one answer a position: { score: { cp } or
+// with one answer a position: { score: { cp } or
 // { mate } from the side to move's view, or null; over: 'mate', 'pat',
 // 'draw' or null; move, pv: the engine's best move and line }.
-export async function searchGame(client, game, { depth, onProgress = () => {} }) {
+// `cancelled()` is asked between positions.
+export async function searchGame(client, game, { depth, onProgress = () => {}, cancelled = () => false }) {
   if (!Number.isInteger(depth) || depth < 1) throw new TypeError(`the depth must be a whole number of 1 or more: ${depth}`);
   const ready = (line) => line === 'readyok';
   await client.command([`setoption name Hash value ${REVIEW_HASH_MB}`, 'ucinewgame', 'isready'], ready);
@@ -64,7 +72,9 @@ export async function searchGame(client, game, { depth, onProgress = () => {} })
   const total = game.moves.length + 1;
   for (let i = 0; i < total; i++) {
     const position = { fen: game.startFen || undefined, moves: game.moves.slice(0, i).map((m) => m.uci) };
+    if (cancelled()) throw new ReviewCancelled('the review was cancelled');
     const found = await client.search(position, { depth });
+    if (cancelled()) throw new ReviewCancelled('the review was cancelled');
     const refused = found.strings.find((text) => /^(Invalid FEN|Illegal move)/.test(text));
     if (refused) throw new GameRefused(`the engine refused position ${i}: ${refused}`);
     const over = found.strings.map((text) => /^Game over \((\w+)\)/.exec(text)?.[1]).find(Boolean) || null;

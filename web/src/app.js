@@ -7,6 +7,8 @@ import { Markers, MARKER_TYPE } from './vendor/cm-chessboard/src/extensions/mark
 import { PromotionDialog, PROMOTION_DIALOG_RESULT_TYPE } from './vendor/cm-chessboard/src/extensions/promotion-dialog/PromotionDialog.js';
 import { Accessibility } from './vendor/cm-chessboard/src/extensions/accessibility/Accessibility.js';
 import { Engine } from './engine.js';
+import { Review } from './review-panel.js';
+import { headersOf } from './client/review.js';
 
 const $ = (id) => document.getElementById(id);
 const opened = performance.now();
@@ -22,6 +24,7 @@ const state = {
   search: 0, // the running search's number; a stale answer is dropped
   thinking: null, // 'play' or 'analyse' while the engine searches
   tuned: '',
+  headers: null, // the tag pairs of a game loaded from PGN
 };
 
 // The tab's memory for the engine: what the device can spare, and the
@@ -35,6 +38,17 @@ const device = (() => {
 })();
 
 const engine = new Engine({ onFault: engineFault, onLine: tableMade });
+const review = new Review({
+  engine,
+  game: () => ({ startFen: state.startFen, moves: state.moves, ply: state.ply, headers: state.headers || headersOf(gamePgn()),
+    weights: engineArgs().length ? state.tuned : undefined }),
+  goTo: (ply) => goTo(ply),
+  ended: () => {
+    showThinking();
+    afterMove();
+  },
+  say: (text, kind) => say(text, kind),
+});
 
 // The table the engine has made: the size asked for, or a smaller one that
 // fitted the tab's memory.
@@ -149,6 +163,7 @@ function render(animated = false) {
   $('nav-forward').disabled = $('nav-last').disabled = atEnd();
   renderMoves();
   enableInput();
+  review.show();
 }
 
 function renderMoves() {
@@ -165,8 +180,8 @@ function renderMoves() {
     }
     const button = document.createElement('button');
     button.type = 'button';
-    button.className = 'move' + (i + 1 === state.ply ? ' current' : '');
-    button.textContent = move.san;
+    button.className = `move ${review.markClass(i)}` + (i + 1 === state.ply ? ' current' : '');
+    button.textContent = move.san + review.symbol(i);
     button.setAttribute('aria-label', `Go to ${move.san}`);
     button.addEventListener('click', () => goTo(i + 1));
     item.append(button, document.createTextNode(' '));
@@ -277,7 +292,7 @@ function analyse() {
 // One search; its info lines fill the panel. Resolves with the best move,
 // or null when another search has replaced it.
 async function think(kind, request) {
-  if (!engine.running) return null;
+  if (!engine.running || review.running) return null;
   const number = ++state.search;
   const root = view.fen();
   state.thinking = kind;
@@ -299,7 +314,7 @@ function stopThinking() {
 
 function showThinking() {
   $('stop').disabled = !state.thinking;
-  $('analyse').disabled = !engine.running || state.thinking === 'analyse' || (mode() === 'play' && state.thinking === 'play');
+  $('analyse').disabled = !engine.running || review.running || state.thinking === 'analyse' || (mode() === 'play' && state.thinking === 'play');
 }
 
 // Scores as White sees them: centipawns, or mate in N (negative: Black mates).
@@ -420,6 +435,7 @@ function newGame() {
 }
 
 function setGame(startFen, moves) {
+  state.headers = null;
   state.startFen = startFen;
   state.moves = moves;
   state.ply = moves.length;
@@ -476,10 +492,16 @@ function loadPgn() {
   stopThinking();
   say('');
   setGame(start, game.history({ verbose: true }));
+  state.headers = headersOf(text);
   afterMove();
 }
 
+// The game as PGN: its review's annotated game once it has one.
 function pgnText() {
+  return review.current()?.pgn || gamePgn();
+}
+
+function gamePgn() {
   const game = gameAt(state.moves.length);
   const human = mode() === 'play' ? 'Player' : '?';
   game.setHeader('Event', mode() === 'play' ? 'Game against Velkor' : 'Analysis with Velkor');
@@ -642,7 +664,7 @@ function wire() {
   $('save-pgn').addEventListener('click', savePgn);
   document.addEventListener('keydown', (event) => {
     if (event.target.closest('input, textarea, select') || event.ctrlKey || event.metaKey || event.altKey) return;
-    const keys = { ArrowLeft: () => goTo(state.ply - 1), ArrowRight: () => goTo(state.ply + 1), Home: () => goTo(0), End: () => goTo(state.moves.length), f: () => $('flip').click() };
+    const keys = { ArrowLeft: () => goTo(state.ply - 1), ArrowRight: () => goTo(state.ply + 1), Home: () => goTo(0), End: () => goTo(state.moves.length), f: () => $('flip').click(), n: () => review.nextMistake() };
     if (keys[event.key]) {
       event.preventDefault();
       keys[event.key]();

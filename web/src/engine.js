@@ -23,6 +23,7 @@ export class Engine {
     this.worker = null;
     this.client = null;
     this.hashOption = null;
+    this.busy = false; // a review has the engine to itself
   }
 
   // Starts the worker and has the engine ready: uci, the table's size,
@@ -48,7 +49,8 @@ export class Engine {
       this.fault(event.message || 'the worker failed');
     };
     worker.postMessage({ start: { args, maxMemory } });
-    await client.command(['uci'], (line) => line === 'uciok');
+    const lines = await client.command(['uci'], (line) => line === 'uciok');
+    this.name = (lines.find((line) => line.startsWith('id name ')) || '').slice(8);
     const uciok = performance.now() - started;
     await client.command([...(hash ? [`setoption name Hash value ${hash}`] : []), 'isready'], (line) => line === 'readyok');
     return uciok;
@@ -80,7 +82,7 @@ export class Engine {
   // best move in coordinates, '0000' when the game is over, or null when
   // the engine ended first or a newer search replaced this one.
   async search({ fen, moves, go, onInfo }) {
-    if (!this.client) return null;
+    if (!this.client || this.busy) return null;
     this.client.supersede();
     try {
       const { move, skipped } = await this.client.search({ fen, moves }, limitsOf(go), onInfo);
@@ -94,7 +96,20 @@ export class Engine {
 
   // Ends the running search; its promise resolves with the move it had.
   stop() {
-    if (this.client) this.client.stop();
+    if (this.client && !this.busy) this.client.stop();
+  }
+
+  // Work that has the engine to itself, through its client (a game's
+  // review): meanwhile the page's searches wait (search resolves with null)
+  // and its stop leaves the work alone.
+  async exclusive(work) {
+    if (!this.client || this.busy) return null;
+    this.busy = true;
+    try {
+      return await work(this.client);
+    } finally {
+      this.busy = false;
+    }
   }
 
   fault(text) {
