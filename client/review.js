@@ -46,8 +46,11 @@ export function readGame(text) {
   } catch (error) {
     throw new GameRefused(`bad FEN "${fen}": ${error.message}`);
   }
+  // chess.js reads the moves; the tag pairs, which it cannot always read
+  // (escaped quotes), are read here, and only the start goes to it.
+  const moveText = text.replace(/\r\n?/g, '\n').replace(/^\s*\[\w+\s+"(?:[^"\\]|\\.)*"\]\s*$/gm, '');
   try {
-    game.loadPgn(text.replace(/\r\n?/g, '\n'));
+    game.loadPgn(`${fen ? `[SetUp "1"]\n[FEN "${fen}"]\n\n` : ''}${moveText.trim()}`);
   } catch (error) {
     throw new GameRefused(error.message.replace(/^Invalid move in PGN: /, 'illegal move: '));
   }

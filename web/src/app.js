@@ -43,10 +43,11 @@ const review = new Review({
   game: () => ({ startFen: state.startFen, moves: state.moves, ply: state.ply, headers: state.headers || headersOf(gamePgn()),
     weights: engineArgs().length ? state.tuned : undefined }),
   goTo: (ply) => goTo(ply),
-  ended: () => {
+  refresh: () => {
+    render();
     showThinking();
-    afterMove();
   },
+  ended: () => afterMove(),
   say: (text, kind) => say(text, kind),
 });
 

@@ -16,10 +16,11 @@ const keyOf = (startFen, moves) => `${startFen}|${moves.map((m) => m.lan).join('
 
 export class Review {
   // engine: the page's Engine; game(): { startFen, moves (chess.js's
-  // verbose moves), ply, headers, weights }; goTo(ply); ended() when a
-  // review has ended (the page's own engine work carries on); say(text, kind).
-  constructor({ engine, game, goTo, ended, say }) {
-    Object.assign(this, { engine, game, goTo, ended, say });
+  // verbose moves), ply, headers, weights }; goTo(ply); refresh() when a
+  // review starts or ends (the page shows it); ended() when it has ended
+  // (the page's own engine work carries on); say(text, kind).
+  constructor({ engine, game, goTo, refresh, ended, say }) {
+    Object.assign(this, { engine, game, goTo, refresh, ended, say });
     this.result = null; // { key, review, answers, pgn, depth }
     this.running = false;
     this.cancelled = false;
@@ -55,6 +56,7 @@ export class Review {
     this.cancelled = false;
     this.say('');
     this.showRunning(0, moves.length + 1, null);
+    this.refresh();
     const started = performance.now();
     const onProgress = (done, total) => {
       const perPosition = (performance.now() - started) / done;
@@ -78,7 +80,7 @@ export class Review {
     } finally {
       this.running = false;
       this.showRunning(null);
-      this.show();
+      this.refresh();
       this.ended();
     }
   }
@@ -149,7 +151,7 @@ export class Review {
     const score = result.review.scores[ply];
     let text = ply === 0 ? 'The start position' : `${move.san}${MARKS[move.mark]?.symbol || ''}`;
     const value = evalText(score);
-    text += `: ${value ? (/^\d/.test(value) && value !== '0.00' ? `+${value}` : value) : 'mate'}`;
+    text += `: ${value ? (/^\d/.test(value) && value !== '0.00' ? `+${value}` : value) : 'checkmate'}`;
     if (move?.mark) {
       const line = this.sanLine(startFen, ply - 1, move.line);
       text += `. ${MARKS[move.mark].word}.${line ? ` Better was ${line}` : ''}`;
