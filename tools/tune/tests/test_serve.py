@@ -102,6 +102,24 @@ def test_the_page_follows_a_match_to_its_end(served, tmp_path):
 
 
 @needs_browser
+def test_the_page_shows_a_review(served, tmp_path):
+    root, port = served
+    out = root / "reviewed"
+    games = (ROOT / "client" / "tests" / "data" / "games.pgn").read_text()
+    (tmp_path / "two.pgn").write_text(games[:games.index('[Event "Velkor match"]')])
+    env = {**os.environ, "VELKOR_TUNE_CACHE": str(tmp_path / "cache")}
+    subprocess.run([sys.executable, str(TUNE), "review", str(tmp_path / "two.pgn"), "--out", str(out), "--depth", "3",
+                    "--workers", "1", "--engine", ENGINE], env=env, check=True, capture_output=True, timeout=300)
+    seen = browse(port, f"/c/{root.name}/reviewed", tmp_path / "review")
+    [part] = seen["final"]["sections"]
+    summary = json.loads((out / "summary.json").read_text())
+    mean = sum(e["white"]["accuracy"] for e in summary) / len(summary)
+    assert part["kind"] == "review" and seen["final"]["status"].startswith("ended")
+    assert {k: part["figures"][k] for k in ("file", "games", "depth", "white", "failures")} == \
+        {"file": "two.pgn", "games": "2 of 2", "depth": "3", "white": f"{round(mean, 1):.1f} %", "failures": "0"}
+
+
+@needs_browser
 def test_the_page_of_fit1(served):
     _, port = served
     SHOTS.mkdir(parents=True, exist_ok=True)

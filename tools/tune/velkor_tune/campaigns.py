@@ -10,11 +10,11 @@ import pathlib
 import re
 import time
 
-from . import book, genes, pbil, positions, records, report, spsa, stats, verify
+from . import book, genes, pbil, positions, records, report, review, spsa, stats, verify
 from .positions import POSITIONS, SETTINGS as POSITIONS_SETTINGS
 from .runfolder import RESULTS, STATE, read_results
 
-SKIPPED = {"pgn", "logs"}  # folders of games and transcripts: no campaign's figures
+SKIPPED = {"pgn", "logs", "games"}  # folders of games and transcripts: no campaign's figures
 PART = re.compile(r"chunk-(\d+)-of-(\d+)-depth-\d+\.txt$")
 WINDOW = 50  # the last mini-matches that give a rate
 
@@ -174,6 +174,24 @@ def spsa_part(state: dict) -> dict:
             "limit": limit_text(s)}
 
 
+def review_part(folder: pathlib.Path) -> dict:
+    """A review of a PGN file: games done of the whole, games a minute over
+    the files of the reviewed games, the time left, the mean accuracies."""
+    s = read_json(folder / review.SETTINGS)
+    found = sorted((folder / review.GAMES).glob("*.json"))
+    done = [read_json(p) for p in found]
+    times = sorted(p.stat().st_mtime for p in found)[-WINDOW:]
+    per_minute = (len(times) - 1) / (times[-1] - times[0]) * 60 if len(times) >= 2 and times[-1] > times[0] else None
+    final = len(done) >= s["games"] and (folder / review.SUMMARY).exists()
+    reviewed = [r for r in done if "summary" in r]
+    side = lambda colour: review.mean(r["summary"][colour]["accuracy"] for r in reviewed)
+    marks = {m: sum(r["summary"][c][m] for r in reviewed for c in ("white", "black")) for m in review.MARKS}
+    return {"kind": "review", "final": final, "games": len(done), "total": s["games"], "depth": s["depth"],
+            "rate": per_minute, "left": 0 if final else left(s["games"], len(done), per_minute),
+            "white": side("white"), "black": side("black"), "marks": marks,
+            "failures": len(done) - len(reviewed), "file": pathlib.Path(s["games_file"]).name}
+
+
 def guarded(kind: str, read) -> list[dict]:
     """The parts read(), or one that names what could not be read."""
     try:
@@ -204,6 +222,8 @@ def parts(folder: pathlib.Path) -> list[dict]:
     with `error` where its files cannot be read."""
     if is_book(folder):
         return []
+    if (folder / review.SETTINGS).exists():
+        return guarded("review", lambda: review_part(folder))
     played = read_results(folder, repair=False)
     if (folder / STATE).exists():
         found = guarded("run", lambda: run_part(read_json(folder / STATE)))
@@ -226,7 +246,7 @@ def folders(root: pathlib.Path) -> list[pathlib.Path]:
         dirs[:] = sorted(d for d in dirs if d not in SKIPPED and not d.endswith(".parts")
                          and not os.path.islink(os.path.join(where, d)))
         names = set(files) | {d + ".parts" for d in dirs}
-        if names & {STATE, RESULTS, POSITIONS_SETTINGS, verify.SUMMARY, verify.SETTINGS} or any(
+        if names & {STATE, RESULTS, POSITIONS_SETTINGS, verify.SUMMARY, verify.SETTINGS, review.SETTINGS} or any(
                 n.endswith(".labelled.txt") or n.startswith("fit-") for n in files):
             found.append(pathlib.Path(where))
     return found

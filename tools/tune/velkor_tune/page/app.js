@@ -147,6 +147,17 @@ const draw = {
       p.total_chunks ? progress(p.chunks, p.total_chunks) : null,
     ];
   },
+  review(p) {
+    return [
+      figures([['file', 'file', p.file], ['games', 'games', `${p.games} of ${p.total}`], ['depth', 'depth', p.depth],
+        ['White\'s accuracy', 'white', p.white === null ? '—' : `${fixed(p.white, 1)} %`],
+        ['Black\'s accuracy', 'black', p.black === null ? '—' : `${fixed(p.black, 1)} %`],
+        ['?! ? ??', 'marks', `${p.marks.inaccuracies} ${p.marks.mistakes} ${p.marks.blunders}`],
+        ['games a minute', 'rate', fixed(p.rate, 1)], ['time left', 'left', p.final ? 'ended' : clock(p.left)],
+        ['not reviewed', 'failures', p.failures]]),
+      progress(p.games, p.total),
+    ];
+  },
   fit(p) {
     return [figures([['file', 'file', p.file]]), el('p', { 'data-figure': 'losses', text: p.losses }),
       el('p', { class: 'genes' }, el('code', { text: p.genes }))];
