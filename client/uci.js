@@ -8,7 +8,9 @@
 
 const NUMBERS = new Set(['depth', 'seldepth', 'multipv', 'time', 'nodes', 'nps', 'hashfull', 'tbhits', 'cpuload',
   'currmovenumber']);
-const WORDS = new Set([...NUMBERS, 'score', 'pv', 'currmove', 'string', 'refutation', 'currline', 'wdl',
+// Words that can follow a pv: anything else after "pv" is a move, which a
+// referee then finds legal or not.
+const WORDS = new Set([...NUMBERS, 'score', 'pv', 'currmove', 'string', 'refutation', 'currline', 'wdl', 'sbhits',
   'lowerbound', 'upperbound', 'cp', 'mate']);
 const MOVE = /^([a-h][1-8][a-h][1-8][qrbn]?|0000)$/;
 

@@ -3,22 +3,15 @@
 
 import { readFileSync } from 'node:fs';
 import { Chess } from 'chess.js';
+import { parseInfo } from '../../../client/uci.js';
 
-export { Chess };
+// Info lines are read by the engine's one client, as the page reads them.
+export { Chess, parseInfo };
 
 export const START_FEN = 'rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq - 0 1';
 
 const MOVE_RE = /^[a-h][1-8][a-h][1-8][qrbn]?$/;
 const FILES = 'abcdefgh';
-
-// Words that can follow a pv in an info line (Velkor prints "time", "nodes",
-// ... after the pv). Anything else after "pv" is taken as a move and must be
-// legal, so a malformed move inside a pv is reported rather than skipped.
-const INFO_KEYWORDS = new Set([
-  'depth', 'seldepth', 'time', 'nodes', 'pv', 'multipv', 'score', 'cp', 'mate',
-  'lowerbound', 'upperbound', 'currmove', 'currmovenumber', 'hashfull', 'nps',
-  'tbhits', 'sbhits', 'cpuload', 'string', 'refutation', 'currline', 'wdl',
-]);
 
 // Plays one coordinate-notation move on `chess` if it is legal there, as
 // chess.js's move() does (the new position counted for repetitions) but
@@ -33,42 +26,17 @@ export function playUci(chess, token) {
   return move;
 }
 
-// Splits an info line into its fields of interest.
-export function parseInfo(line) {
-  const tok = line.trim().split(/\s+/);
-  const out = { depth: null, score: null, bound: null, pv: null };
-  for (let i = 1; i < tok.length; i++) {
-    const t = tok[i];
-    if (t === 'string') break; // free text follows
-    if (t === 'depth') out.depth = Number(tok[++i]);
-    else if (t === 'score') {
-      const kind = tok[i + 1];
-      const val = Number(tok[i + 2]);
-      if ((kind === 'cp' || kind === 'mate') && Number.isFinite(val)) {
-        out.score = { kind, value: val };
-        i += 2;
-      }
-    } else if (t === 'lowerbound' || t === 'upperbound') out.bound = t;
-    else if (t === 'pv') {
-      const pv = [];
-      while (i + 1 < tok.length && !INFO_KEYWORDS.has(tok[i + 1])) pv.push(tok[++i]);
-      out.pv = pv;
-    }
-  }
-  return out;
-}
-
 // A score in centipawns from the mover's point of view (mate = +-100000).
 export function scoreToCp(score) {
   if (!score) return null;
-  if (score.kind === 'mate') return score.value > 0 ? 100000 - score.value : -100000 - score.value;
-  return score.value;
+  if (score.mate !== undefined) return score.mate > 0 ? 100000 - score.mate : -100000 - score.mate;
+  return score.cp;
 }
 
 export function scoreText(score) {
   if (!score) return '';
-  if (score.kind === 'mate') return `${score.value > 0 ? '+' : '-'}M${Math.abs(score.value)}`;
-  const v = score.value / 100;
+  if (score.mate !== undefined) return `${score.mate > 0 ? '+' : '-'}M${Math.abs(score.mate)}`;
+  const v = score.cp / 100;
   return `${v >= 0 ? '+' : ''}${v.toFixed(2)}`;
 }
 
