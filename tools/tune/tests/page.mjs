@@ -3,11 +3,10 @@
 // showed until the campaign ended, how often it asked the server while the
 // tab was hidden and after the end, and writes a desktop and a phone
 // screenshot. Usage: node page.mjs URL SHOT-PREFIX [HIDE-SECONDS]
-import { chromium } from 'playwright-core';
+import { browser as launch } from '../../../web/tests/site.mjs';
 
 const [url, shots, hide = '0'] = process.argv.slice(2);
-const ARGS = ['--no-sandbox', '--disable-gpu', '--disable-background-networking', '--disable-component-update', '--disable-sync', '--no-first-run'];
-const browser = await chromium.launch({ executablePath: '/usr/bin/chromium', args: ARGS });
+const browser = await launch();
 const out = { states: [], asked: 0, askedHidden: null, askedAfterEnd: null, errors: [] };
 try {
   const page = await browser.newPage({ viewport: { width: 1280, height: 900 } });
