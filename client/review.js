@@ -8,6 +8,7 @@
 // first included, as the game's start and the moves that led to it (so that
 // it knows the game's repetitions), searched with `go depth N`.
 import { Chess } from 'chess.js';
+import { wrapMovetext } from './pgn.js';
 
 export const REVIEW_HASH_MB = 32;
 // The depth a review searches unless told: a 40-move game in about 10 s in
@@ -293,23 +294,7 @@ export function annotatedPgn(game, review, { engine, depth, weights }) {
     board.move(move.san);
   });
   tokens.push(result);
-  return `${headers.join('\n')}\n\n${wrap(tokens)}\n`;
-}
-
-// Movetext wrapped at 80 columns, a comment or a variation kept as it is.
-function wrap(tokens) {
-  const lines = [];
-  let line = '';
-  for (const token of tokens) {
-    if (line && line.length + 1 + token.length > 80) {
-      lines.push(line);
-      line = token;
-    } else {
-      line = line ? `${line} ${token}` : token;
-    }
-  }
-  if (line) lines.push(line);
-  return lines.join('\n');
+  return `${headers.join('\n')}\n\n${wrapMovetext(tokens)}\n`;
 }
 
 // The whole review of a game's text: read, searched, judged, annotated.

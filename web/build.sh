@@ -14,7 +14,7 @@ cd "$here"
 modules=../node_modules
 rm -rf "$site" && mkdir -p "$site/engine" "$site/vendor/chess.js" "$site/vendor/cm-chessboard"
 cp src/* "$site/"
-mkdir -p "$site/client" && cp ../client/uci.js ../client/review.js "$site/client/"
+mkdir -p "$site/client" && cp ../client/uci.js ../client/review.js ../client/pgn.js "$site/client/"
 cp engine/worker.js engine/velkor.mjs "$engine/velkor.js" "$engine/velkor.wasm" "$site/engine/"
 chmod +x "$site/engine/velkor.mjs"
 cp ../LICENSE "$site/engine/LICENSE"

@@ -4,6 +4,7 @@
 import { writeFileSync, mkdirSync } from 'node:fs';
 import { join } from 'node:path';
 import { performance } from 'node:perf_hooks';
+import { wrapMovetext } from '../../../client/pgn.js';
 import { Chess, START_FEN, playUci, parseInfo, scoreToCp, scoreText, gameOverByRules, positionKey, repetitionCount, checkBatch } from './referee.mjs';
 import { EngineFailure, SYNC_TIMEOUT_MS } from './uci-engine.mjs';
 
@@ -55,18 +56,7 @@ export async function search(engine, posCmd, goCmd, remainingMs, stallMarginMs, 
 function wrapPgn(text) {
   const lines = text.split('\n');
   const tokens = lines.pop().match(/\{[^}]*\}|[^\s{]+/g) ?? [];
-  const out = [];
-  let line = '';
-  for (const t of tokens) {
-    if (line && line.length + 1 + t.length > 80) {
-      out.push(line);
-      line = t;
-    } else {
-      line = line ? `${line} ${t}` : t;
-    }
-  }
-  if (line) out.push(line);
-  return `${lines.filter(Boolean).join('\n')}\n\n${out.join('\n')}`;
+  return `${lines.filter(Boolean).join('\n')}\n\n${wrapMovetext(tokens)}`;
 }
 
 // Score and depth of a search: the last ones its info lines gave.
