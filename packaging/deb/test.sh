@@ -15,32 +15,14 @@ set -euo pipefail
 here=$(dirname "$(realpath "$0")")
 deb=$(realpath "$1")
 dir=$(realpath -m "$2")
-mirror=${DEB_MIRROR:-http://deb.debian.org/debian}
 fail() { echo "test-deb: $*" >&2; exit 1; }
 [ "$(id -u)" -eq 0 ] || fail "needs root (debootstrap, mount, chroot)"
 [ -f "$deb" ] || fail "no package $1"
 nodes=$(grep -v '^#' "$here/../../tests/data/bench.txt")
 mkdir -p "$dir"
 
-mounted=()
-cleanup() {
-    local root proc
-    # The processes the test started in the root (Xvfb, XBoard and theirs).
-    for root in "$dir/make-base" "$dir/root"; do
-        for proc in /proc/[0-9]*; do
-            [ "$(readlink "$proc/root" 2>/dev/null)" = "$root" ] && kill "${proc#/proc/}" 2>/dev/null
-        done
-    done
-    sleep 0.5
-    for ((i = ${#mounted[@]} - 1; i >= 0; i--)); do umount "${mounted[i]}" 2>/dev/null || umount -l "${mounted[i]}"; done
-    mounted=()
-}
-trap cleanup EXIT
-enter() {  # mounts what programs in the root need: /proc, and /dev for /dev/null and the like
-    mount -t proc proc "$1/proc" && mounted+=("$1/proc")
-    mount --bind /dev "$1/dev" && mounted+=("$1/dev")
-}
-in_root() { chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LANG=C.UTF-8 DEBIAN_FRONTEND=noninteractive "$@"; }
+source "$here/../../tools/debian-root.sh"
+trap root_cleanup EXIT
 # As a user, with the PATH Debian gives users (/usr/games in it).
 as_user() {
     chroot --userspec=player:player "$root" env -i PATH=/usr/local/bin:/usr/bin:/bin:/usr/local/games:/usr/games \
@@ -48,28 +30,9 @@ as_user() {
 }
 
 base=$dir/bookworm-base.tar.gz
-if [ ! -f "$base" ]; then
-    echo "test-deb: making the Debian 12 root (debootstrap --variant=minbase bookworm $mirror), kept as $base"
-    rm -rf "$dir/make-base"
-    debootstrap --variant=minbase bookworm "$dir/make-base" "$mirror" >"$dir/debootstrap.log" 2>&1 ||
-        fail "debootstrap failed: $dir/debootstrap.log"
-    root=$dir/make-base
-    cp /etc/resolv.conf "$root/etc/resolv.conf"
-    enter "$root"
-    in_root apt-get update -qq
-    in_root apt-get install -y -qq --no-install-recommends man-db xboard polyglot xvfb xauth xdotool imagemagick \
-        >"$dir/tools.log" 2>&1 || fail "installing the test's tools failed: $dir/tools.log"
-    in_root apt-get clean
-    in_root useradd -m -s /bin/sh player
-    cleanup
-    tar -C "$dir/make-base" -czf "$base.part" . && mv "$base.part" "$base"
-    rm -rf "$dir/make-base"
-fi
-
-root=$dir/root
-rm -rf "$root" && mkdir -p "$root"
-tar -C "$root" -xzf "$base"
-enter "$root"
+root_base "$base" "$dir/debootstrap.log" man-db xboard polyglot xvfb xauth xdotool imagemagick || fail "no Debian root"
+root_unpack "$base" "$dir/root"
+in_root id player >/dev/null 2>&1 || in_root useradd -m -s /bin/sh player
 # Every path in the root but the mounts, /tmp and the user's home (XBoard's
 # settings file is the user's, not the package's), and the caches that apt
 # and man-db make anew whatever they install (apt's package caches, mandb's

@@ -23,6 +23,10 @@ if (!values.engine || !Number.isInteger(depth) || depth < 1) {
   process.exit(2);
 }
 const text = readFileSync(0, 'utf8');
+// A task cancelled with its worker leaves no review behind: this one ends
+// with the process that started it (the engine with it, its input closed).
+const parent = process.ppid;
+setInterval(() => process.ppid !== parent && process.exit(1), 500).unref();
 const { client, close } = spawnEngine(values.engine, values.pbil ? [`-pbil=${values.pbil}`] : []);
 let out;
 try {
