@@ -184,7 +184,7 @@ export function accuracies(wins, movers) {
     const sign = movers[i] === 'w' ? 1 : -1;
     const before = 50 + sign * (wins[i] - 50);
     const after = 50 + sign * (wins[i + 1] - 50);
-    const weight = Math.max(0.5, Math.min(12, standardDeviation(windows[i] || windows.at(-1))));
+    const weight = Math.max(0.5, Math.min(12, standardDeviation(windows[i])));
     sides[movers[i]].push({ accuracy: moveAccuracy(before, after), weight });
   }
   const of = (moves) => {
@@ -193,11 +193,11 @@ export function accuracies(wins, movers) {
     const harmonic = moves.some((m) => m.accuracy === 0) ? 0 : moves.length / moves.reduce((a, m) => a + 1 / m.accuracy, 0);
     return (weighted + harmonic) / 2;
   };
-  return { w: of(sides.w), b: of(sides.b), moves: [...sides.w, ...sides.b] };
+  return { w: of(sides.w), b: of(sides.b) };
 }
 
 // The review of a game from the engine's answers: { scores (White's view, a
-// position each), moves: [{ san, uci, mover, mark, best, line, accuracy }],
+// position each), moves: [{ san, uci, mover, mark, best, line }],
 // white, black: { accuracy, inaccuracies, mistakes, blunders } }.
 export function judge(game, answers) {
   const scores = whiteScores(game, answers);
@@ -207,10 +207,8 @@ export function judge(game, answers) {
   const moves = game.moves.map((move, i) => {
     const mates = answers[i + 1].over === 'mate';
     const mark = markOf(scores[i], scores[i + 1], movers[i], mates);
-    const sign = movers[i] === 'w' ? 1 : -1;
-    const accuracy = moveAccuracy(50 + sign * (wins[i] - 50), 50 + sign * (wins[i + 1] - 50));
     const better = mark && answers[i].move && answers[i].move !== move.uci;
-    return { ...move, mover: movers[i], mark, accuracy, best: better ? answers[i].move : null, line: better ? answers[i].pv : [] };
+    return { ...move, mover: movers[i], mark, best: better ? answers[i].move : null, line: better ? answers[i].pv : [] };
   });
   const { w, b } = accuracies(wins, movers);
   const side = (colour, accuracy) => {
