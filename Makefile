@@ -193,6 +193,24 @@ bench-web: release web
 bench-web-choices: release web
 	bash web/tests/choices.sh $(RELEASE)/velkor $(WEB) $(BUILD)
 
+# 64-bit ARM Linux (aarch64): build/arm64/velkor, a static PIE cross-built
+# with Debian's g++-aarch64-linux-gnu from the same sources. make test-arm64
+# runs it under qemu-aarch64-static (no binfmt set-up needed): the bench
+# count, the command battery and the transcripts (tests/arm64/run.sh).
+# Emulation proves the results, never the speed. Not part of make test (it
+# takes minutes under qemu); .ci/run runs it.
+ARM64 := $(BUILD)/arm64
+AARCH64 := -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake
+.PHONY: arm64 test-arm64
+arm64:
+	@bash tools/setup.sh arm64
+	cmake --no-warn-unused-cli -S . -B $(ARM64) $(AARCH64) -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF >/dev/null
+	cmake --build $(ARM64) -j $(JOBS) --target velkor
+
+test-arm64: setup-test release arm64
+	@bash tools/setup.sh arm64-test
+	bash tests/arm64/run.sh $(RELEASE) $(ARM64)
+
 # Windows: velkor.exe cross-built with mingw-w64 from Debian, static (no DLL
 # beyond the system's), in build/windows beside launcher.exe, which the
 # tests start it from under wine (tests/windows/). Not part of make test.
