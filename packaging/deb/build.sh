@@ -109,6 +109,7 @@ chmod 0644 "$pkg/DEBIAN/control" "$pkg/DEBIAN/md5sums"
 find "$pkg" -exec touch -h -d "@$SOURCE_DATE_EPOCH" {} +
 
 deb=$out/velkor_${full}_$arch.deb
+rm -f "$out"/velkor_*_"$arch".deb  # an earlier version's package goes
 dpkg-deb --root-owner-group -Zxz --build "$pkg" "$deb" >/dev/null
 # lintian: an error or a warning fails the package; informational tags are
 # shown (their reasons are in the README).
