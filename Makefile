@@ -63,7 +63,7 @@ FUZZ_SMOKE ?= 15
 test: setup-test release sanitize
 	cd $(RELEASE) && ctest --output-on-failure -j $(JOBS)
 	cd $(SANITIZE) && ctest --output-on-failure -j $(JOBS)
-	@$(MAKE) --no-print-directory test-v3
+	@$(MAKE) --no-print-directory test-v3 test-arm64
 	bash tools/match/setup.sh
 	node --test tools/match/tests/
 	@$(MAKE) --no-print-directory lint-js test-web test-npm
@@ -182,7 +182,7 @@ serve-web: web
 
 test-web: release web
 	cd $(RELEASE) && VELKOR_WRAPPER=node VELKOR_TEST_ENGINE=$(abspath $(WEB))/engine/velkor.mjs \
-		VELKOR_BANNER="$$(sed -n 's/.*ENGINE_NAME = "\(.*\)";/\1/p' $(abspath src/protocol/protocol.h)) WebAssembly ('quit' to exit)" \
+		VELKOR_BANNER="$$(bash $(abspath tools/version.sh) name) WebAssembly ('quit' to exit)" \
 		./tests/velkor_tests --gtest_brief=1 --gtest_filter='Sessions.*:-Sessions.TightMemory'
 	node --test web/tests/
 
@@ -205,6 +205,24 @@ npm: web
 test-npm: release npm
 	VELKOR_NPM=$(abspath $(DIST))/velkor-$(VERSION).tgz VELKOR_ENGINE=$(abspath $(RELEASE))/velkor node --test client/tests/
 
+# 64-bit ARM Linux (aarch64): build/arm64/velkor, a static PIE cross-built
+# with Debian's g++-aarch64-linux-gnu from the same sources. make test-arm64
+# runs it under qemu-aarch64-static (no binfmt set-up needed): the bench
+# count, the command battery and the transcripts (tests/arm64/run.sh).
+# Emulation proves the results, never the speed. Part of make test: about
+# 80 s (bench 19 s, the sessions 58 s).
+ARM64 := $(BUILD)/arm64
+AARCH64 := -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake
+.PHONY: arm64 test-arm64
+arm64:
+	@bash tools/setup.sh arm64
+	cmake --no-warn-unused-cli -S . -B $(ARM64) $(AARCH64) -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF >/dev/null
+	cmake --build $(ARM64) -j $(JOBS) --target velkor
+
+test-arm64: setup-test release arm64
+	@bash tools/setup.sh arm64-test
+	bash tests/arm64/run.sh $(RELEASE) $(ARM64)
+
 # Windows: velkor.exe cross-built with mingw-w64 from Debian, static (no DLL
 # beyond the system's), in build/windows beside launcher.exe, which the
 # tests start it from under wine (tests/windows/). Not part of make test.
@@ -224,15 +242,18 @@ test-windows: setup-test-windows release windows
 	bash tests/windows/run.sh $(RELEASE) $(WINDOWS) $(WINE_PREFIX)
 
 # Release archives in build/dist: Linux (tar.gz) and Windows (zip) for
-# x86-64-v2 and x86-64-v3, each with README and LICENSE. Each binary is
-# checked first: the bench count (under wine for Windows), and no BMI or
-# AVX in a v2 build (tests/windows/check-binary.sh). Earlier archives go,
-# the Debian package made by make deb beside them stays.
+# x86-64-v2 and x86-64-v3, Linux for arm64 (the static aarch64 build), each
+# with README, LICENSE and the tuned launcher, and the page as a site; then
+# build/dist/SHA256SUMS of every archive and package there. Each binary is
+# checked first: the bench count (under wine for Windows, under qemu for
+# arm64), and no BMI or AVX in a v2 build (tests/windows/check-binary.sh).
+# Earlier archives go, the Debian packages made by make deb beside them stay.
 DIST := $(BUILD)/dist
 DIST_WORK := $(BUILD)/dist-work
-VERSION := $(shell sed -n 's/.*ENGINE_NAME = "Velkor \([^ ]*\).*/\1/p' src/protocol/protocol.h)
-DIST_BUILDS := linux-x86-64-v2 windows-x86-64-v2 linux-x86-64-v3 windows-x86-64-v3
+VERSION := $(shell bash tools/version.sh)
+DIST_BUILDS := linux-x86-64-v2 windows-x86-64-v2 linux-x86-64-v3 windows-x86-64-v3 linux-arm64
 dist: $(DIST_BUILDS:%=dist-%) dist-web
+	bash tools/sha256sums.sh $(DIST)
 	@ls -l $(DIST)
 
 # The page and its engine as a static site, for any static host.
@@ -246,9 +267,13 @@ setup-dist:
 	@bash -c 'source tests/windows/wine.sh $(WINE_PREFIX)'
 	mkdir -p $(DIST) && rm -f $(DIST)/velkor-*.tar.gz $(DIST)/velkor-*.zip
 
+# The cross compiler and processor level of an archive's build: x86-64
+# levels by name, arm64 from its toolchain file.
+dist_flags = $(if $(filter windows-%,$1),$(MINGW)) \
+	$(if $(filter linux-arm64,$1),$(AARCH64),-DVELKOR_ARCH=$(patsubst windows-%,%,$(patsubst linux-%,%,$1)))
 dist-%: setup-dist
-	cmake --no-warn-unused-cli -S . -B $(DIST_WORK)/$* $(if $(filter windows-%,$*),$(MINGW)) -DCMAKE_BUILD_TYPE=Release \
-		-DBUILD_TESTING=OFF -DVELKOR_ARCH=$(patsubst windows-%,%,$(patsubst linux-%,%,$*)) >/dev/null
+	cmake --no-warn-unused-cli -S . -B $(DIST_WORK)/$* $(call dist_flags,$*) -DCMAKE_BUILD_TYPE=Release \
+		-DBUILD_TESTING=OFF >/dev/null
 	cmake --build $(DIST_WORK)/$* -j $(JOBS) --target velkor
 	bash tests/windows/check-binary.sh $(DIST_WORK)/$* $(WINE_PREFIX)
 	rm -rf $(DIST_WORK)/pack/velkor-$(VERSION)-$* && mkdir -p $(DIST_WORK)/pack/velkor-$(VERSION)-$*
@@ -256,28 +281,30 @@ dist-%: setup-dist
 	bash tools/tune/launcher.sh $(if $(filter windows-%,$*),windows,linux) $(DIST_WORK)/pack/velkor-$(VERSION)-$*
 	cd $(DIST_WORK)/pack && $(if $(filter windows-%,$*),zip -qr $(abspath $(DIST))/velkor-$(VERSION)-$*.zip,tar -czf $(abspath $(DIST))/velkor-$(VERSION)-$*.tar.gz) velkor-$(VERSION)-$*
 
-# The Debian package build/dist/velkor_<version>-<revision>_amd64.deb
-# (packaging/deb/): the x86-64-v2 release build, checked as make dist checks
-# it, packed with Debian's tools (dependencies by dpkg-shlibdeps); lintian
-# must find no error and no warning. The version is the engine's, the
-# revision that of packaging/deb/changelog.in's top entry. make test-deb
-# installs it into a fresh Debian 12 root (packaging/deb/test.sh). Not part
-# of make test.
+# The Debian packages build/dist/velkor_<version>-<revision>_amd64.deb and
+# _arm64.deb (packaging/deb/): the x86-64-v2 release build and the arm64
+# build, checked as make dist checks them, packed with Debian's tools
+# (dependencies by dpkg-shlibdeps); lintian must find no error and no
+# warning in either. The version is the top entry of packaging/deb/changelog,
+# whose upstream part must be the engine's. make test-deb installs the amd64
+# one into a fresh Debian 12 root (packaging/deb/test.sh). Not part of make
+# test.
 DEB_WORK := $(BUILD)/deb-work
-DEB := $(DIST)/velkor_$(VERSION)-$(shell sed -n '1s/.*@VERSION@-\([0-9A-Za-z.+~]*\).*/\1/p' packaging/deb/changelog.in)_amd64.deb
-deb:
+deb: arm64
 	@bash tools/setup.sh build
 	@bash tools/setup.sh deb
 	cmake --no-warn-unused-cli -S . -B $(DEB_WORK)/linux-x86-64-v2 -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF \
 		-DVELKOR_ARCH=x86-64-v2 >/dev/null
 	cmake --build $(DEB_WORK)/linux-x86-64-v2 -j $(JOBS) --target velkor
 	bash tests/windows/check-binary.sh $(DEB_WORK)/linux-x86-64-v2 $(WINE_PREFIX)
-	bash packaging/deb/build.sh $(DEB_WORK)/linux-x86-64-v2/velkor $(VERSION) $(DEB_WORK)/pkg $(DIST)
-	@test -f $(DEB) || (echo "deb: $(DEB) was not made" >&2; exit 1)
+	bash tests/windows/check-binary.sh $(ARM64) $(WINE_PREFIX)
+	bash packaging/deb/build.sh $(DEB_WORK)/linux-x86-64-v2/velkor amd64 $(DEB_WORK)/pkg-amd64 $(DIST)
+	bash packaging/deb/build.sh $(ARM64)/velkor arm64 $(DEB_WORK)/pkg-arm64 $(DIST)
+	bash tools/sha256sums.sh $(DIST)
 
 test-deb: deb
 	@bash tools/setup.sh deb-test
-	bash packaging/deb/test.sh $(DEB) $(BUILD)/deb-test
+	bash packaging/deb/test.sh $(DIST)/velkor_$$(dpkg-parsechangelog -l packaging/deb/changelog -S Version)_amd64.deb $(BUILD)/deb-test
 
 # The README's two commands in a fresh Debian 12 root (debootstrap minbase
 # with git and make, kept as a tarball in build/fresh), on a clone of the

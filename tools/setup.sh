@@ -3,7 +3,7 @@
 # lacks. As root it installs them; otherwise it names them in one line and
 # fails, so that nothing half-works.
 # Every script and make target of the project installs through here.
-# Usage: tools/setup.sh build|test|tune|web|windows|windows-test|dist|node|opponents|fuzz|valgrind|perft-bench|search-bench|deb|deb-test
+# Usage: tools/setup.sh build|test|tune|web|windows|windows-test|dist|arm64|arm64-test|node|opponents|fuzz|valgrind|perft-bench|search-bench|deb|deb-test
 set -euo pipefail
 # The opponents of the match driver: the packages of its table of engines.
 read -ra opponents <<<"$(awk -F'|' '!/^[[:space:]]*(#|$)/ { gsub(/[[:space:]]/, "", $2); printf "%s ", $2 }' \
@@ -19,7 +19,10 @@ case "${1:-}" in
     # Windows: the cross compiler, wine to run the tests, zip for the archives.
     windows) wanted=(cmake g++-mingw-w64-x86-64) ;;
     windows-test) wanted=(libgtest-dev wine64) ;;
-    dist) wanted=(g++ cmake g++-mingw-w64-x86-64 wine64 zip) ;;
+    # 64-bit ARM Linux: the cross compiler, and qemu to run its engine here.
+    arm64) wanted=(cmake g++-aarch64-linux-gnu) ;;
+    arm64-test) wanted=(libgtest-dev qemu-user-static) ;;
+    dist) wanted=(g++ cmake g++-mingw-w64-x86-64 wine64 zip g++-aarch64-linux-gnu qemu-user-static) ;;
     # The engine as WebAssembly and the browser its page is tested in.
     web) wanted=(emscripten nodejs npm chromium) ;;
     # The match driver and the engines it plays against.
@@ -33,9 +36,10 @@ case "${1:-}" in
     # The Debian package: dpkg's tools for the control file, lintian to
     # check it; its test makes a Debian 12 root with debootstrap (what the
     # test runs in that root, XBoard and Xvfb among them, goes in the root).
-    deb) wanted=(dpkg-dev lintian binutils) ;;
+    # The arm64 package's engine is stripped and run by the cross tools.
+    deb) wanted=(dpkg-dev lintian binutils g++-aarch64-linux-gnu qemu-user-static) ;;
     deb-test) wanted=(debootstrap) ;;
-    *) echo "usage: tools/setup.sh build|test|tune|web|windows|windows-test|dist|node|opponents|fuzz|valgrind|perft-bench|search-bench|deb|deb-test" >&2; exit 2 ;;
+    *) echo "usage: tools/setup.sh build|test|tune|web|windows|windows-test|dist|arm64|arm64-test|node|opponents|fuzz|valgrind|perft-bench|search-bench|deb|deb-test" >&2; exit 2 ;;
 esac
 missing=()
 # A package counts as present when Debian has it installed, or when the
@@ -45,6 +49,8 @@ for pkg in "${wanted[@]}"; do
         nodejs) cmd=node ;;
         npm|g++|cmake|clang|zip|valgrind) cmd=$pkg ;;
         g++-mingw-w64-x86-64) cmd=x86_64-w64-mingw32-g++ ;;
+        g++-aarch64-linux-gnu) cmd=aarch64-linux-gnu-g++ ;;
+        qemu-user-static) cmd=qemu-aarch64-static ;;
         wine64) cmd=/usr/lib/wine/wine64 ;;  # Debian keeps the 64-bit loader off the PATH
         *) cmd= ;;
     esac

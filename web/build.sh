@@ -2,7 +2,8 @@
 # Assembles the static site of Velkor in a browser: the page, the engine
 # (velkor.js and velkor.wasm from the WebAssembly build, its worker and its
 # Node entry), the tuned weights, and the board widget and rules from npm
-# (pinned in the project's one package-lock.json), each with its licence. Every file is
+# (pinned in the project's one package-lock.json), each with its licence.
+# The page names the engine's version. Every file is
 # served from the site itself; it needs no special headers.
 # Usage: web/build.sh ENGINE_BUILD SITE
 set -euo pipefail
@@ -15,6 +16,10 @@ modules=../node_modules
 rm -rf "$site" && mkdir -p "$site/engine" "$site/vendor/chess.js" "$site/vendor/cm-chessboard"
 cp src/* "$site/"
 mkdir -p "$site/client" && cp ../client/uci.js ../client/review.js ../client/pgn.js "$site/client/"
+# The engine's version (tools/version.sh) in the page's title and heading.
+version=$(bash ../tools/version.sh)
+sed -i "s/@VERSION@/$version/g" "$site/index.html"
+! grep -rq @VERSION@ "$site" || { echo "web: a @VERSION@ is left in $site" >&2; exit 1; }
 cp engine/worker.js engine/velkor.mjs "$engine/velkor.js" "$engine/velkor.wasm" "$site/engine/"
 chmod +x "$site/engine/velkor.mjs"
 cp ../LICENSE "$site/engine/LICENSE"

@@ -4,8 +4,10 @@
 # user's PATH, answers uciok and counts bench's nodes, velkor-tuned loads the
 # tuned string; man -w finds both pages; XBoard, started under Xvfb, lists
 # "Velkor" and "Velkor (tuned)" by itself, and loading the first starts the
-# engine through polyglot (screenshots in TEST_DIR); dpkg --purge leaves no
-# file behind.
+# engine through polyglot, which announces it by that whole name, as
+# XBoard's title shows; started again with the second, XBoard names it
+# "Velkor (tuned)" whole too (screenshots in TEST_DIR); dpkg --purge leaves
+# no file behind.
 # The root is a debootstrap minbase of bookworm with what the test runs
 # (man-db, XBoard, polyglot, Xvfb, xdotool, ImageMagick) and a user; it is
 # made once and kept as a tarball in TEST_DIR, and each run unpacks it anew.
@@ -20,6 +22,16 @@ fail() { echo "test-deb: $*" >&2; exit 1; }
 [ -f "$deb" ] || fail "no package $1"
 nodes=$(grep -v '^#' "$here/../../tests/data/bench.txt")
 mkdir -p "$dir"
+
+# The arm64 package beside it (make deb makes both) holds the same files,
+# with the same modes; its engine is the aarch64 build, which make deb has
+# checked under qemu. This root cannot run it.
+arm=${deb%_amd64.deb}_arm64.deb
+if [ "$arm" != "$deb" ] && [ -f "$arm" ]; then
+    files() { dpkg-deb -c "$1" | awk '{ $3 = $4 = $5 = ""; print }'; }
+    diff <(files "$deb") <(files "$arm") >&2 || fail "$(basename "$arm") does not hold the files of $(basename "$deb") (above)"
+    echo "test-deb: $(basename "$arm") holds the same $(files "$arm" | wc -l) paths"
+fi
 
 source "$here/../../tools/debian-root.sh"
 trap root_cleanup EXIT
@@ -98,6 +110,7 @@ xdotool mousemove 208 38 click 1                    # Machine White: Velkor thin
 for i in $(seq 300); do grep -q '<first : move ' /tmp/xboard-debug.txt && break; sleep 0.1; done
 sleep 1
 import -window root /tmp/xboard-velkor-playing.png
+xdotool getwindowname "$(xdotool search --name ' vs\. ' | head -n 1)" >/tmp/xboard-title.txt
 # Quit (ctrl+q, the pointer on the board: no window manager, the focus
 # follows it), so that XBoard writes its settings; then the X server.
 xdotool mousemove 200 300 key ctrl+q
@@ -108,6 +121,7 @@ chmod +x "$root/tmp/xboard-test.sh"
 as_user /tmp/xboard-test.sh || fail "the XBoard session failed"
 cp "$root/tmp/xboard-engine-list.png" "$root/tmp/xboard-velkor-playing.png" "$dir/"
 cp "$root/tmp/xboard-debug.txt" "$dir/xboard-debug.txt"
+title=$(cat "$root/tmp/xboard-title.txt")
 cleanup_xboard() {
     local proc
     for proc in /proc/[0-9]*; do
@@ -120,15 +134,47 @@ rc=$root/home/player/.xboardrc
 [ -f "$rc" ] || fail "XBoard wrote no settings file"
 # The engine list XBoard keeps: the plugin files' lines with -fUCI.
 list=$(sed -n '/^-firstChessProgramNames {/,/^}/p' "$rc")
-grep -q $'^"Velkor"\t-fcp\t/usr/games/velkor -fUCI$' <<<"$list" || fail "XBoard's list has no Velkor: $list"
-grep -q $'^"Velkor\xc2\xa0(tuned)"\t-fcp\t/usr/games/velkor-tuned -fUCI$' <<<"$list" ||
+grep -qxF $'"Velkor"\t-fcp\t\'/usr/games/velkor" -en "Velkor\' -fUCI' <<<"$list" || fail "XBoard's list has no Velkor: $list"
+grep -qxF $'"Velkor\xc2\xa0(tuned)"\t-fcp\t\'/usr/games/velkor-tuned" -en "Velkor (tuned)\' -fUCI' <<<"$list" ||
     fail "XBoard's list has no Velkor (tuned): $list"
 echo "test-deb: XBoard's engine list: Velkor, Velkor (tuned) ($dir/xboard-engine-list.png)"
-grep -q 'polyglot .*-ec "/usr/games/velkor"' "$dir/xboard-debug.txt" || fail "XBoard did not start Velkor's entry"
-grep -q 'feature .*myname="Velkor ' "$dir/xboard-debug.txt" || fail "Velkor did not answer XBoard through polyglot"
+# polyglot runs the engine and announces it by the entry's whole name, which XBoard's title shows.
+grep -qF 'polyglot -noini -ec "/usr/games/velkor" -en "Velkor" ' "$dir/xboard-debug.txt" || fail "XBoard did not start Velkor's entry"
+grep -q 'feature .*myname="Velkor"' "$dir/xboard-debug.txt" || fail "polyglot did not announce Velkor by its whole name"
 move=$(grep -m 1 -o '<first : move [a-h1-8qrbn]*' "$dir/xboard-debug.txt" | sed 's/.* //') || true
 [ -n "$move" ] || fail "Velkor made no move for XBoard"
-echo "test-deb: XBoard loaded Velkor through polyglot, $(grep -m 1 -o 'myname="[^"]*"' "$dir/xboard-debug.txt"), first move $move ($dir/xboard-velkor-playing.png)"
+[ "$title" = "Velkor vs. player" ] || fail "XBoard's title is '$title', not 'Velkor vs. player'"
+echo "test-deb: XBoard loaded Velkor through polyglot: $(grep -m 1 -o 'myname="[^"]*"' "$dir/xboard-debug.txt"), title '$title', first move $move ($dir/xboard-velkor-playing.png)"
+
+# The tuned engine, from the list XBoard saved (-fe picks an entry by its
+# nickname), playing White from the start.
+cat >"$root/tmp/xboard-tuned.sh" <<'EOF'
+#!/bin/sh
+export DISPLAY=:7
+Xvfb :7 -screen 0 1024x768x24 -nolisten tcp >/tmp/xvfb.log 2>&1 &
+xvfb=$!
+for i in $(seq 50); do xdotool getmouselocation >/dev/null 2>&1 && break; sleep 0.1; done
+xboard -fe "$(printf 'Velkor\302\240(tuned)')" -initialMode MachineWhite -debug -nameOfDebugFile /tmp/xboard-tuned.txt \
+    >/tmp/xboard.log 2>&1 &
+xboard=$!
+for i in $(seq 300); do grep -q '<first : move ' /tmp/xboard-tuned.txt 2>/dev/null && break; sleep 0.1; done
+sleep 1
+import -window root /tmp/xboard-tuned-playing.png
+xdotool getwindowname "$(xdotool search --name ' vs\. ' | head -n 1)" >/tmp/xboard-title.txt
+kill $xboard
+for i in $(seq 100); do kill -0 $xboard 2>/dev/null || break; sleep 0.1; done
+kill $xvfb
+EOF
+chmod +x "$root/tmp/xboard-tuned.sh"
+as_user /tmp/xboard-tuned.sh || fail "the XBoard session of Velkor (tuned) failed"
+cleanup_xboard
+cp "$root/tmp/xboard-tuned-playing.png" "$root/tmp/xboard-tuned.txt" "$dir/"
+title=$(cat "$root/tmp/xboard-title.txt")
+grep -qF 'polyglot -noini -ec "/usr/games/velkor-tuned" -en "Velkor (tuned)" ' "$dir/xboard-tuned.txt" ||
+    fail "XBoard did not start Velkor (tuned)'s entry"
+grep -q '<first : move [a-h1-8]' "$dir/xboard-tuned.txt" || fail "Velkor (tuned) made no move for XBoard"
+[ "$title" = "Velkor (tuned) vs. player" ] || fail "XBoard's title is '$title', not 'Velkor (tuned) vs. player'"
+echo "test-deb: XBoard loaded Velkor (tuned): $(grep -m 1 -o 'myname="[^"]*"' "$dir/xboard-tuned.txt"), title '$title' ($dir/xboard-tuned-playing.png)"
 
 # The purge: every path the package brought goes, and nothing else changes.
 in_root dpkg --purge velkor >"$dir/purge.log" 2>&1 || fail "dpkg --purge failed: $dir/purge.log"

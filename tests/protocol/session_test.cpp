@@ -22,6 +22,7 @@
 #include <string>
 #include <vector>
 
+#include "protocol/protocol.h"
 #include "support/support.h"
 
 // The processor level that the build names in its banner, as the engine's does.
@@ -81,7 +82,7 @@ std::vector<session_t> load_sessions(const std::string& folder) {
     std::sort(files.begin(), files.end());
     // Another build's banner (the Windows one) comes from the environment;
     // a build for another processor level names it after the engine's name.
-    const std::string own_banner = std::string("Velkor 0.3.0 x64 (popcnt)") + VELKOR_BUILD_NOTE + " ('quit' to exit)";
+    const std::string own_banner = std::string(velkor::ENGINE_NAME) + VELKOR_BUILD_NOTE + " ('quit' to exit)";
     const char* banner = getenv("VELKOR_BANNER");
     for (const std::string& file : files) {
         std::ifstream in(dir + "/" + file);

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Checks a release build before make dist packs it: bench, sent alone on
 # standard input, counts the nodes of tests/data/bench.txt (velkor.exe runs
-# under wine), and a build for x86-64-v2 has no instruction of a later
+# under wine, an aarch64 velkor under qemu-aarch64-static), and a build for x86-64-v2 has no instruction of a later
 # level, BMI1 and BMI2 above all: its compiler settings define no __BMI__,
 # and its code holds no BMI1, BMI2 or AVX instruction. (tzcnt is left out:
 # it is how "rep bsf" disassembles, which processors without BMI1 run as
@@ -20,6 +20,9 @@ if [ -f "$build/velkor.exe" ]; then
     binary=$build/velkor.exe
     source "$here/wine.sh" "$2"
     out=$(printf 'bench\n' | "$WINE" "$binary") || fail "bench: status $?"
+elif readelf -h "$build/velkor" | grep -q 'Machine: *AArch64'; then
+    binary=$build/velkor
+    out=$(printf 'bench\n' | qemu-aarch64-static "$binary") || fail "bench under qemu: status $?"
 else
     binary=$build/velkor
     out=$(printf 'bench\n' | "$binary") || fail "bench: status $?"

@@ -13,7 +13,7 @@ release=$(realpath "$1")
 windows=$(realpath "$2")
 source "$here/wine.sh" "$3"
 exe=$windows/velkor.exe
-name=$(sed -n 's/.*ENGINE_NAME = "\(.*\)";/\1/p' "$here/../../src/protocol/protocol.h")
+name=$(bash "$here/../../tools/version.sh" name)
 level=$(sed -n 's/^VELKOR_ARCH:STRING=//p' "$windows/CMakeCache.txt")
 nodes=$(grep -v '^#' "$here/../data/bench.txt")
 
