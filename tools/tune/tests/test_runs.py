@@ -113,7 +113,8 @@ def test_cluster_loses_a_worker_and_no_result(tmp_path, env):
     processes = [subprocess.Popen(["dask-scheduler", "--host", "127.0.0.1", "--port", "0", "--no-dashboard",
                                    "--scheduler-file", str(scheduler_file)], env=env, stderr=subprocess.DEVNULL)]
     try:
-        wait_for(scheduler_file.exists)
+        # The scheduler makes the file before it writes it: wait for the whole record.
+        wait_for(lambda: scheduler_file.exists() and scheduler_file.read_text().rstrip().endswith("}"))
         address = json.loads(scheduler_file.read_text())["address"]
         workers = [subprocess.Popen(["dask-worker", address, "--nthreads", "1", "--no-nanny", "--no-dashboard",
                                      "--local-directory", str(tmp_path / f"w{k}")], env=env, stderr=subprocess.DEVNULL)
