@@ -45,7 +45,11 @@ bash "$top/tools/tune/launcher.sh" linux "$games"
 [ -x "$games/velkor-tuned" ] || fail "no tuned launcher (tools/tune/tuned.txt)"
 
 # The manual page, velkor-tuned's a link to it (as dh_installman makes of a .so page).
-sed -e "s/@VERSION@/$version/g" -e "s/@DATE@/$day/g" "$here/velkor.6.in" | gzip -9n >"$pkg/usr/share/man/man6/velkor.6.gz"
+# The genes' number, size and names are those of the engine's gene table.
+gene() { /usr/bin/python3 "$top/tools/tune/velkor_tune/genes.py" "$1"; }
+sed -e "s/@VERSION@/$version/g" -e "s/@DATE@/$day/g" -e "s/@GENE_NUMBER@/$(gene number)/g" \
+    -e "s/@GENE_CHARS@/$(gene bits)/g" -e "s/@GENE_SIZE@/$(gene size)/g" -e "s/@GENE_NAMES@/$(gene names | sed 's/-/\\\\-/g')/g" \
+    "$here/velkor.6.in" | gzip -9n >"$pkg/usr/share/man/man6/velkor.6.gz"
 ln -s velkor.6.gz "$pkg/usr/share/man/man6/velkor-tuned.6.gz"
 
 # Documents: the copyright file, Debian's changelog, the project's history
