@@ -7,7 +7,7 @@ JOBS    ?= $(shell nproc 2>/dev/null || echo 2)
 RELEASE := $(BUILD)/release
 SANITIZE := $(BUILD)/sanitize
 
-.PHONY: all run test test-v3 setup-test setup-js lint-js release release-pgo sanitize fuzz soak tune tune-serve tune-scheduler tune-worker perft-long bench-perft bench-eval bench-search bench-match check-valgrind clean deb test-deb
+.PHONY: all run test repin test-v3 setup-test setup-js lint-js release release-pgo sanitize fuzz soak tune tune-serve tune-scheduler tune-worker perft-long bench-perft bench-eval bench-search bench-match check-valgrind clean deb test-deb
 
 all: release
 
@@ -74,6 +74,13 @@ test: setup-test release sanitize
 	bash tests/fuzz/run.sh $(FUZZ_SMOKE)
 	node tools/match/match.mjs --engine $(RELEASE)/velkor --games 4 --tc 2+0.02 --concurrency 2 \
 		--pgn $(BUILD)/match/smoke.pgn --seed 1
+
+# Every value the tests pin (evaluation and search references, the
+# transcripts' answers, the battery's counts, the bench count) rewritten
+# from the current build, then the diff to read (tools/repin.sh). For an
+# intended change of what the engine computes; never run by make test.
+repin: release
+	bash tools/repin.sh $(RELEASE)
 
 # The x86-64-v3 build finds sliding attacks by pext where the others
 # multiply by magics: its whole suite too, where the processor can run it.

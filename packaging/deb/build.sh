@@ -54,10 +54,13 @@ bash "$top/tools/tune/launcher.sh" linux "$games"
 [ -x "$games/velkor-tuned" ] || fail "no tuned launcher (tools/tune/tuned.txt)"
 
 # The manual page, velkor-tuned's a link to it (as dh_installman makes of a
-# .so page); its version and the engine's name in its session are ENGINE_NAME's.
+# .so page); its version and the engine's name in its session are
+# ENGINE_NAME's, the genes' number, size and names those of the gene table.
 name=$(bash "$top/tools/version.sh" name)
-sed -e "s/@VERSION@/$version/g" -e "s/@DATE@/$day/g" -e "s/@NAME@/$name/g" "$here/velkor.6.in" |
-    gzip -9n >"$pkg/usr/share/man/man6/velkor.6.gz"
+gene() { /usr/bin/python3 "$top/tools/tune/velkor_tune/genes.py" "$1"; }
+sed -e "s/@VERSION@/$version/g" -e "s/@DATE@/$day/g" -e "s/@NAME@/$name/g" -e "s/@GENE_NUMBER@/$(gene number)/g" \
+    -e "s/@GENE_CHARS@/$(gene bits)/g" -e "s/@GENE_SIZE@/$(gene size)/g" -e "s/@GENE_NAMES@/$(gene names | sed 's/-/\\\\-/g')/g" \
+    "$here/velkor.6.in" | gzip -9n >"$pkg/usr/share/man/man6/velkor.6.gz"
 ! zgrep -q @ "$pkg/usr/share/man/man6/velkor.6.gz" || fail "velkor.6.in: a placeholder is left"
 ln -s velkor.6.gz "$pkg/usr/share/man/man6/velkor-tuned.6.gz"
 

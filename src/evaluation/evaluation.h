@@ -1,6 +1,6 @@
 // The static evaluation: material, pawn structure, rooks, piece activity and
 // king safety, summed side against side, with special cases for three men
-// and for four men without pawns. Fourteen weights are tunable genes.
+// and for four men without pawns. Some weights are tunable genes.
 #pragma once
 
 #include <array>
@@ -8,31 +8,12 @@
 #include <string>
 
 #include "engine/position.h"
+#include "evaluation/genes.h"
 
 namespace velkor {
 
-// The genes in the order of a -pbil= string, each with the name the tools
-// and the README give it (the tuner reads names, order and defaults here).
-enum : int {
-    GENE_MOBILITY,        // mobility
-    GENE_PAWN_CHAIN,      // pawn chain
-    GENE_HANGING,         // hanging divisor
-    GENE_DIAGONAL_GUARD,  // diagonal guard
-    GENE_STRAIGHT_GUARD,  // straight guard
-    GENE_BISHOP_PAIR,     // bishop pair
-    GENE_KING_SHELTER,    // king shelter
-    GENE_KING_DANGER,     // king danger
-    GENE_PINNED,          // pinned divisor
-    GENE_DOUBLED,         // doubled
-    GENE_ISOLATED,        // isolated
-    GENE_PASSED_GUARDED,  // guarded-passer divisor
-    GENE_ROOK_FAR_RANKS,  // rook on the far ranks
-    GENE_ROOK_OPEN_FILE,  // rook on an open file
-    GENE_NUMBER
-};
-inline constexpr int GENE_SIZE = 6;  // bits per gene in a -pbil= string
-
-inline constexpr std::array<int32_t, GENE_NUMBER> DEFAULT_GENES = {5, 2, 10, 5, 5, 15, 1, 10, 10, 5, 10, 2, 50, 25};
+// The genes: GENE_<ID>, GENE_NUMBER, GENE_SIZE and DEFAULT_GENES, made by
+// the build from the table src/evaluation/genes.txt.
 extern std::array<int32_t, GENE_NUMBER> genes;
 
 // Replaces all genes from a string of GENE_SIZE * GENE_NUMBER characters, a

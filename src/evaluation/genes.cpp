@@ -9,8 +9,8 @@ std::array<int32_t, GENE_NUMBER> genes = DEFAULT_GENES;
 
 // Neighbouring gene values differ in one bit of the string: each gene is a Gray code.
 void load_genes(const char* text) {
-    uint32_t gray_decode[64] = {};
-    for (uint32_t i = 0; i < 64; ++i) gray_decode[i ^ (i >> 1)] = i;
+    uint32_t gray_decode[GENE_MAX + 1] = {};
+    for (uint32_t i = 0; i <= uint32_t(GENE_MAX); ++i) gray_decode[i ^ (i >> 1)] = i;
     const size_t length = strlen(text);
     if (length != size_t(GENE_SIZE * GENE_NUMBER)) {
         printf("info string -pbil= needs %i characters, got %zu; default weights kept\n", GENE_SIZE * GENE_NUMBER,

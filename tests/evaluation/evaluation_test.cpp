@@ -37,6 +37,14 @@ int32_t score_of(const std::string& fen) {
 
 }  // namespace
 
+// A gene by its id in the table, or -1 for "none".
+static int gene_index(const std::string& id) {
+    for (int k = 0; k < GENE_NUMBER; ++k)
+        if (id == GENE_IDS[k]) return k;
+    EXPECT_EQ(id, "none") << "no such gene";
+    return -1;
+}
+
 // Each record of evaluation.epd loads its FEN with the default weights, then
 // runs its operations in order; see the head of the file.
 TEST(Eval, ReferenceData) {
@@ -48,26 +56,28 @@ TEST(Eval, ReferenceData) {
         update_attacks();
         for (size_t i = 1; i < r.size(); ++i, ++checked) {
             std::istringstream in(r[i]);
-            std::string op;
-            int a = 0, b = 0;
-            in >> op >> a >> b;
+            std::string op, gene;
+            in >> op;
             const std::string at = r[0] + " ; " + r[i];
             if (op == "only") {
+                in >> gene;
+                const int k = gene_index(gene);
                 genes.fill(0);
-                if (a >= 0) genes[a] = DEFAULT_GENES[a];
+                if (k >= 0) genes[k] = DEFAULT_GENES[k];
             } else if (op == "set") {
-                genes[a] = b;
+                int value = 0;
+                in >> gene >> value;
+                genes[gene_index(gene)] = value;
             } else if (op == "eval") {
-                EXPECT_EQ(evaluate(), a) << at;
+                test::pinned(r, i, "eval " + std::to_string(evaluate()), at);
             } else if (op == "balance") {
-                EXPECT_EQ(material_balance(), a) << at;
+                test::pinned(r, i, "balance " + std::to_string(material_balance()), at);
             } else {
                 int32_t (*term)(const side_t&) = op == "pawns"   ? pawn_score
                                                  : op == "rooks" ? rook_score
                                                                  : activity_score;
                 EXPECT_TRUE(op == "pawns" || op == "rooks" || op == "activity") << at;
-                EXPECT_EQ(term(white), a) << at << " (white)";
-                EXPECT_EQ(term(black), b) << at << " (black)";
+                test::pinned(r, i, op + " " + std::to_string(term(white)) + " " + std::to_string(term(black)), at);
             }
         }
     }

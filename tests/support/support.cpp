@@ -15,6 +15,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include <gtest/gtest.h>
+
 #include "engine/engine.h"
 
 namespace velkor::test {
@@ -62,13 +64,18 @@ std::string generated(unsigned mode) {
     return moves;
 }
 
-std::vector<std::vector<std::string>> records(const char* file) {
-    std::ifstream in(std::string(VELKOR_TEST_DATA "/") + file);
+std::vector<record_t> records(const char* file) {
+    const std::string path = std::string(VELKOR_TEST_DATA "/") + file;
+    std::ifstream in(path);
     if (!in) throw std::runtime_error(std::string("no data file ") + file);
-    std::vector<std::vector<std::string>> out;
+    std::vector<record_t> out;
+    int number = 0;
     for (std::string line; std::getline(in, line);) {
+        ++number;
         if (line.empty() || line[0] == '#') continue;
         out.emplace_back();
+        out.back().path = path;
+        out.back().line = number;
         for (size_t start = 0, end = 0; end != std::string::npos; start = end + 1) {
             end = line.find(';', start);
             std::string field = line.substr(start, end == std::string::npos ? end : end - start);
@@ -78,6 +85,41 @@ std::vector<std::vector<std::string>> records(const char* file) {
         }
     }
     return out;
+}
+
+bool repinning() { return getenv("VELKOR_REPIN") != nullptr; }
+
+void rewrite_lines(const std::string& path, const std::map<int, std::vector<std::string>>& edits) {
+    std::ifstream in(path);
+    std::string text;
+    int number = 0;
+    for (std::string line; std::getline(in, line);) {
+        const auto edit = edits.find(++number);
+        if (edit == edits.end())
+            text += line + "\n";
+        else
+            for (const std::string& replacement : edit->second) text += replacement + "\n";
+    }
+    in.close();
+    std::ofstream(path) << text;
+}
+
+void pinned(const record_t& r, size_t field, const std::string& actual, const std::string& where) {
+    if (r.at(field) == actual) return;
+    if (!repinning()) {
+        ADD_FAILURE() << where << "\n  pinned: " << r[field] << "\n  now:    " << actual;
+        return;
+    }
+    // The field's text between its ';' separators, its blanks kept.
+    std::ifstream in(r.path);
+    std::string line;
+    for (int i = 0; i < r.line; ++i) std::getline(in, line);
+    size_t start = 0;
+    for (size_t i = 0; i < field; ++i) start = line.find(';', start) + 1;
+    const size_t end = std::min(line.find(';', start), line.size());
+    const size_t first = line.find_first_not_of(' ', start);
+    const size_t last = line.find_last_not_of(' ', end - 1) + 1;
+    rewrite_lines(r.path, {{r.line, {line.substr(0, first) + actual + line.substr(last)}}});
 }
 
 void random_games(int games, int plies, uint32_t seed, const std::function<void(int n)>& visit) {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -21,7 +22,26 @@ std::string generated(unsigned mode = 0);
 
 // The records of a data file under tests/data: one a line, fields separated
 // by ';' and trimmed; blank lines and lines opening with '#' are skipped.
-std::vector<std::vector<std::string>> records(const char* file);
+// Each knows its file and line, so that make repin can rewrite it.
+struct record_t : std::vector<std::string> {
+    std::string path;
+    int line = 0;  // counted from 1
+};
+std::vector<record_t> records(const char* file);
+
+// make repin runs the tests with VELKOR_REPIN set: then a value pinned in a
+// data file that the build computes otherwise is written into the file,
+// where a normal run fails the test.
+bool repinning();
+
+// Field `field` of record r pins `actual` (the field's whole text, e.g.
+// "nodes 30078"): a failure where they differ, or under make repin the
+// field rewritten.
+void pinned(const record_t& r, size_t field, const std::string& actual, const std::string& where);
+
+// Rewrites lines of a file at once: each line number (from 1) maps to the
+// lines that take its place (none to drop it, several to insert).
+void rewrite_lines(const std::string& path, const std::map<int, std::vector<std::string>>& edits);
 
 // Plays random games from each position of varied.epd, always the same ones
 // for a seed. At every position reached, with the derived fields fresh and

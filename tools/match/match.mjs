@@ -18,6 +18,7 @@ import { loadOpenings, Chess, START_FEN, gameOverByRules } from './lib/referee.m
 import { runCompliance } from './lib/compliance.mjs';
 import { Pool } from './lib/pool.mjs';
 import { UciEngine } from './lib/uci-engine.mjs';
+import { GENE_CHARS } from './lib/genes.mjs';
 
 const HERE = dirname(fileURLToPath(import.meta.url));
 const REPO = resolve(HERE, '..', '..');
@@ -51,7 +52,7 @@ const USAGE = `usage: node tools/match/match.mjs [options]
                          velkor (a second Velkor with the default weights),
                          velkor:GENES (a second Velkor started with -pbil=GENES), or
                          name=/path/to/uci-engine (default ${DEFAULT_OPPONENTS})
-  --pbil GENES           start the tested Velkor with -pbil=GENES (84 characters)
+  --pbil GENES           start the tested Velkor with -pbil=GENES (${GENE_CHARS} characters)
   --stockfish-skill N    Stockfish "Skill Level" (default 1)
   --concurrency N        games played at once, each with its own engines (default 2)
   --pgn FILE             PGN output (default build/match/games.pgn in the repository)
@@ -102,12 +103,7 @@ export class UsageError extends Error {}
 // An engine of the match that cannot play: said in one line, before any game.
 export class EngineUnavailable extends Error {}
 
-// A -pbil= string as the engine reads it: GENE_SIZE characters a gene, its
-// genes those of the evaluation header's enum (84 characters).
-const GENE_CHARS = (() => {
-  const header = readFileSync(join(REPO, 'src', 'evaluation', 'evaluation.h'), 'utf8');
-  return Number(/GENE_SIZE = (\d+);/.exec(header)[1]) * header.match(/^\s*GENE_[A-Z_]+,\s*\/\//gm).length;
-})();
+// A -pbil= string as the engine reads it: GENE_CHARS characters.
 function genes(text) {
   if (text.length !== GENE_CHARS) throw new UsageError(`a gene string has ${GENE_CHARS} characters, got ${text.length}`);
   return text;

@@ -1,4 +1,4 @@
-// Fits the evaluation's 14 weights by Texel's method: the weights whose static
+// Fits the evaluation's genes by Texel's method: the weights whose static
 // scores of quiet positions best predict each position's label, by logistic
 // loss. A label is the game's result, or, where a teacher engine scored the
 // position, LAMBDA times the teacher's expected score plus (1 - LAMBDA) times
@@ -10,7 +10,7 @@
 // usage: velkor_texel POSITIONS [GENES] [--lambda L]
 //   POSITIONS  lines "FEN;R" or "FEN;R;T": R the game's score for White
 //              (1, 0.5, 0), T a teacher's expected score for White (0..1)
-//   GENES      the 84-character string to start from (default: the engine's weights)
+//   GENES      the -pbil= string to start from (default: the engine's weights)
 //   --lambda   the teacher's share of a label (default 0: results alone)
 // Progress goes to standard error; standard output gives the fitted weights in
 // the string's order, the loss and scale, the held-out loss before and after,
@@ -136,7 +136,7 @@ int main(int argc, char** argv) {
             for (int k = 0; k < GENE_NUMBER; ++k) {
                 for (const int change : {step, -step}) {
                     const int32_t kept = genes[k];
-                    if (kept + change < 0 || kept + change > (1 << GENE_SIZE) - 1) continue;
+                    if (kept + change < 0 || kept + change > GENE_MAX) continue;
                     genes[k] = kept + change;
                     const double l = loss(fitted, white_scores(fitted), scale);
                     if (l < best - 1e-9) {

@@ -13,9 +13,8 @@ if [ ! -f "$tuned" ]; then
     exit 0
 fi
 genes=$(head -n 1 "$tuned")
-# The string's length is the engine's, read from its evaluation header by the tuner.
-bits=$(/usr/bin/python3 -c 'import sys; sys.path.insert(0, sys.argv[1]); from velkor_tune import genes; print(genes.BITS)' \
-    "$(dirname "$0")")
+# The string's length is the engine's, read from its gene table by the tuner.
+bits=$(/usr/bin/python3 "$(dirname "$0")/velkor_tune/genes.py" bits)
 [[ $genes =~ ^[01]{$bits}$ ]] || { echo "launcher: $tuned: the first line is not a $bits-character string" >&2; exit 1; }
 case "$1" in
     linux)

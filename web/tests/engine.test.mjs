@@ -7,6 +7,7 @@ import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
 import { dirname, resolve } from 'node:path';
 import { fileURLToPath } from 'node:url';
+import { GENES, GENE_CHARS } from '../../tools/match/lib/genes.mjs';
 
 const root = resolve(dirname(fileURLToPath(import.meta.url)), '../..');
 const entry = resolve(process.env.VELKOR_WEB || resolve(root, 'build/web'), 'engine/velkor.mjs');
@@ -44,13 +45,14 @@ test('stop ends go infinite within 100 ms under Node', { timeout: 20000 }, async
 });
 
 test('quit ends the engine while its input stays open', { timeout: 20000 }, async () => {
-  const engine = start(['-pbil=' + '1'.repeat(84)]);
+  const engine = start(['-pbil=' + '0'.repeat(GENE_CHARS)]);
   engine.send('uci');
   await engine.seen(/uciok/);
   engine.send('quit');
   const status = await Promise.race([engine.ended, new Promise((r) => setTimeout(() => r('still running'), 2000))]);
   assert.equal(status, 0);
-  assert.match(engine.output(), /^info debug pbil\[13\] = 42$/m);
+  const last = String(GENES.length - 1).padStart(2, '0');
+  assert.match(engine.output(), new RegExp(`^info debug pbil\\[${last}\\] = 0$`, 'm'));
 });
 
 test('the end of input during go infinite ends the search and the engine', { timeout: 20000 }, async () => {

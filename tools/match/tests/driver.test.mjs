@@ -8,10 +8,11 @@ import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { fileURLToPath } from 'node:url';
 import { parseOptions, pairOpening, UsageError, checkEngines, loadOpponents, EngineUnavailable } from '../match.mjs';
+import { GENE_CHARS } from '../lib/genes.mjs';
 import { Chess, playUci, playPvMove, gameOverByRules, loadOpenings } from '../lib/referee.mjs';
 
 const path = (rel) => fileURLToPath(new URL(rel, import.meta.url));
-const GENES = 'a'.repeat(84);
+const GENES = 'a'.repeat(GENE_CHARS);
 const VELKOR = path('../../../build/release/velkor');
 const fixture = (name) => path(`fixtures/${name}`);
 
@@ -74,7 +75,7 @@ test('parseOptions refuses bad input with a UsageError', () => {
     [['--tc'], /^Option '--tc <value>' argument missing/],
     [['--tc', '2+'], /^bad --tc "2\+"$/],
     [['--tc', '40/1:30'], /^bad --tc "40\/1:30"$/],
-    [['--pbil', GENES.slice(1)], /^a gene string has 84 characters, got 83$/],
+    [['--pbil', GENES.slice(1)], new RegExp(`^a gene string has ${GENE_CHARS} characters, got ${GENE_CHARS - 1}$`)],
     [['--games', 'ten'], /^--games needs a number$/],
     [['--option', 'Hash'], /^--option needs NAME=VALUE$/],
   ]) {

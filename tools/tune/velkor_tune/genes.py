@@ -3,25 +3,37 @@
 Each weight takes GENE_SIZE characters, first character the highest bit, read as a
 Gray code: neighbouring values differ in one character. "1" is a one bit,
 anything else a zero. The names, their order, the size and the defaults are
-the engine's own, read from its evaluation header.
+the engine's own, read from the table its build makes its header of.
+
+Run as a program, it prints one of them for a shell script:
+genes.py size|number|bits|names.
 """
 import pathlib
-import re
+import sys
 
-HEADER = pathlib.Path(__file__).resolve().parents[3] / "src" / "evaluation" / "evaluation.h"
-
-
-def read_header(text: str) -> tuple[int, tuple[str, ...], tuple[int, ...]]:
-    """GENE_SIZE, the genes' names (from the enum's comments) and DEFAULT_GENES."""
-    size = int(re.search(r"GENE_SIZE = (\d+);", text).group(1))
-    names = tuple(re.findall(r"^\s*GENE_[A-Z_]+,\s*// (.+)$", text, re.M))
-    defaults = tuple(int(v) for v in re.search(r"DEFAULT_GENES = \{([^}]*)\}", text).group(1).split(","))
-    if len(names) != len(defaults):
-        raise ValueError(f"{HEADER}: {len(names)} named genes, {len(defaults)} defaults")
-    return size, names, defaults
+TABLE = pathlib.Path(__file__).resolve().parents[3] / "src" / "evaluation" / "genes.txt"
 
 
-GENE_SIZE, GENE_NAMES, DEFAULTS = read_header(HEADER.read_text())
+def read_table(text: str) -> tuple[int, tuple[str, ...], tuple[int, ...]]:
+    """GENE_SIZE ("bits N"), then the genes' names and defaults ("id default name")."""
+    size, names, defaults = None, [], []
+    for line in text.splitlines():
+        fields = line.split(None, 2)
+        if not fields or line.startswith("#"):
+            continue
+        if fields[0] == "bits" and len(fields) == 2 and fields[1].isdigit():
+            size = int(fields[1])
+        elif len(fields) == 3 and fields[1].isdigit():
+            names.append(fields[2].strip())
+            defaults.append(int(fields[1]))
+        else:
+            raise ValueError(f"{TABLE}: not a gene: {line!r}")
+    if size is None or not names:
+        raise ValueError(f"{TABLE}: no \"bits N\" line or no gene")
+    return size, tuple(names), tuple(defaults)
+
+
+GENE_SIZE, GENE_NAMES, DEFAULTS = read_table(TABLE.read_text())
 GENE_NUMBER = len(GENE_NAMES)
 BITS = GENE_SIZE * GENE_NUMBER
 LOW, HIGH = 0, (1 << GENE_SIZE) - 1  # a weight's range
@@ -60,3 +72,10 @@ DEFAULT_STRING = encode(DEFAULTS)
 def describe(text: str) -> str:
     """One line a weight: name and value, for best.txt and the terminal."""
     return "\n".join(f"{name:>24} {value:3d}" for name, value in zip(GENE_NAMES, decode(text)))
+
+
+if __name__ == "__main__":
+    FACTS = {"size": GENE_SIZE, "number": GENE_NUMBER, "bits": BITS, "names": ", ".join(GENE_NAMES)}
+    if len(sys.argv) != 2 or sys.argv[1] not in FACTS:
+        sys.exit(f"usage: genes.py {'|'.join(FACTS)}")
+    print(FACTS[sys.argv[1]])

@@ -22,6 +22,10 @@ def keep_engine(out: pathlib.Path, engine_path) -> str:
 
 def kept_engine(out: pathlib.Path, state: dict) -> bytes:
     """The bytes of the run's engine, refused if they are not those it started with."""
+    if not (out / ENGINE).exists():
+        raise ValueError(f"{out / ENGINE}: no engine kept (a finished campaign keeps none); to play on, build the"
+                         f" commit the run started from and copy its build/release/velkor there (sha256"
+                         f" {state['engine_hash'][:12]}...)")
     data, digest = engine.load(out / ENGINE)
     if digest != state["engine_hash"]:
         raise ValueError(f"{out / ENGINE} is not the engine this run started with")

@@ -141,13 +141,13 @@ def plot(out: pathlib.Path, state: dict):
 def carry_on(out: pathlib.Path, client) -> dict:
     """Plays the batches still to play; returns the final state."""
     state = load_state(out)
-    engine_bytes = kept_engine(out, state)
-    book_bytes = kept_book(state["settings"])
     total = batches(state["settings"])
+    # A finished run only plots again: it needs neither engine nor book.
+    inputs = (kept_engine(out, state), kept_book(state["settings"])) if state["batch"] < total else None
     progress = tasks.Progress(total * games_per_batch(state["settings"]), state["games"], state["failures"])
     while state["batch"] < total:
         work = batch_tasks(state, state["batch"])
-        done = tasks.play(client, out, work, (engine_bytes, book_bytes), progress, name=f"spsa-b{state['batch']}",
+        done = tasks.play(client, out, work, inputs, progress, name=f"spsa-b{state['batch']}",
                           key=lambda t: (t["batch"], t["task"]), same=("genes", "base"))
         state = apply_batch(state, list(done.values()))
         write_json(out / STATE, state)
