@@ -172,12 +172,14 @@ EMSDK_ENV := NODE_PATH=/usr/share/nodejs
 web: setup-js
 	@bash tools/setup.sh web
 	$(EMSDK_ENV) emcmake cmake -S . -B $(WASM) -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF >/dev/null
-	$(EMSDK_ENV) cmake --build $(WASM) -j $(JOBS) --target velkor
+	$(EMSDK_ENV) cmake --build $(WASM) -j $(JOBS) --target velkor velkor_shared
 	bash web/build.sh $(WASM) $(WEB)
 
+# Cross-origin isolated, so that the engine runs without turns; SERVE=plain
+# serves the site as a host without those headers would.
+SERVE ?= isolated
 serve-web: web
-	@echo "Velkor in a browser: http://127.0.0.1:$(PORT)/ (Ctrl-C ends it)"
-	/usr/bin/python3 -m http.server --bind 127.0.0.1 --directory $(WEB) $(PORT)
+	node web/serve.mjs $(WEB) $(PORT) $(SERVE)
 
 test-web: release web
 	cd $(RELEASE) && VELKOR_WRAPPER=node VELKOR_TEST_ENGINE=$(abspath $(WEB))/engine/velkor.mjs \

@@ -1,7 +1,10 @@
 // The page's side of the engine: a Web Worker running Velkor's WebAssembly
 // build, spoken to in UCI a line at a time. Any line that reaches the engine
 // during a search ends it, so nothing but the next command (or stop) is
-// sent while it thinks: no isready polling.
+// sent while it thinks: no isready polling. A page served cross-origin
+// isolated has shared memory: the engine then runs its faster build without
+// turns, and the lines go to it through a ring in shared memory.
+import { InputRing } from './engine/ring.mjs';
 
 // Parses an info line into {depth, seldepth, score: {cp|mate, bound}, pv,
 // nodes, nps, time}; fields missing from the line are left out.
@@ -37,6 +40,7 @@ export class Engine {
     this.searches = []; // each go sent and not yet answered, oldest first
     this.waiting = null; // {word, resolve}: a handshake line awaited
     this.hashOption = null;
+    this.ring = null; // the shared input, when the page has shared memory
   }
 
   // Starts the worker and has the engine ready: uci, the table's size,
@@ -50,7 +54,8 @@ export class Engine {
       event.preventDefault();
       this.fault(event.message || 'the worker failed');
     };
-    this.worker.postMessage({ start: { args, maxMemory } });
+    this.ring = globalThis.crossOriginIsolated ? new InputRing() : null;
+    this.worker.postMessage({ start: { args, maxMemory, ring: this.ring?.buffer } });
     await this.command('uci', 'uciok');
     const uciok = performance.now() - started;
     if (hash) this.send(`setoption name Hash value ${hash}`);
@@ -76,7 +81,9 @@ export class Engine {
   }
 
   send(line) {
-    if (this.worker) this.worker.postMessage(line);
+    if (!this.worker) return;
+    if (this.ring) this.ring.write(line + '\n');
+    else this.worker.postMessage(line);
   }
 
   command(line, answer) {
