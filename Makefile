@@ -181,10 +181,14 @@ SERVE ?= isolated
 serve-web: web
 	node web/serve.mjs $(WEB) $(PORT) $(SERVE)
 
+# The engine's sessions run against both WebAssembly builds: without turns
+# (the Node entry's own choice) and with them (what a plain page runs).
 test-web: release web
-	cd $(RELEASE) && VELKOR_WRAPPER=node VELKOR_TEST_ENGINE=$(abspath $(WEB))/engine/velkor.mjs \
+	for build in shared turns; do \
+		(cd $(RELEASE) && VELKOR_WEB_BUILD=$$build VELKOR_WRAPPER=node VELKOR_TEST_ENGINE=$(abspath $(WEB))/engine/velkor.mjs \
 		VELKOR_BANNER="$$(sed -n 's/.*ENGINE_NAME = "\(.*\)";/\1/p' $(abspath src/protocol/protocol.h)) WebAssembly ('quit' to exit)" \
-		./tests/velkor_tests --gtest_brief=1 --gtest_filter='Sessions.*:-Sessions.TightMemory'
+		./tests/velkor_tests --gtest_brief=1 --gtest_filter='Sessions.*:-Sessions.TightMemory') || exit 1; \
+	done
 	node --test web/tests/
 
 bench-web: release web

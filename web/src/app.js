@@ -28,7 +28,7 @@ const state = {
   thinking: null, // 'play' or 'analyse' while the engine searches
   tuned: '',
   threat: false, // analysis searches the position with the other side to move
-  analysed: null, // {key, depth, go}: the latest analysis, which "go deeper" carries on
+  analysed: null, // {key, depth, score}: the latest analysis, which "go deeper" carries on
 };
 
 // The tab's memory for the engine: what the device can spare, and the
@@ -283,19 +283,22 @@ async function engineMove() {
 // Analysis of the position shown, or of its threat, to the limit chosen;
 // deeper carries on the latest one (the engine keeps its table between).
 async function analyse(deeper = false) {
-  const line = state.threat && threatFen(view.fen()) ? { fen: threatFen(view.fen()), moves: [] } : searchLine();
+  const threat = state.threat ? threatFen(view.fen()) : null;
+  const line = threat ? { fen: threat, moves: [] } : searchLine();
   const key = `${line.fen} ${line.moves.join(' ')}`;
   const last = deeper && state.analysed?.key === key ? state.analysed : null;
   const wanted = analysisGo($('analysis-limit').value, $('analysis-value').value.trim(), last);
   if (wanted.error) return say(wanted.error);
   clearInfo();
-  state.analysed = { key, depth: last?.depth || 0, go: wanted.go };
+  state.analysed = { key, depth: last?.depth || 0 };
   const root = new Chess(line.fen);
   for (const move of line.moves) root.move(typedMove(move));
+  const prefix = threat ? `Threat: ${root.turn() === 'w' ? 'White' : 'Black'} to move again. ` : '';
+  $('info-note').textContent = prefix;
   const move = await think('analyse', { ...line, go: wanted.go, root: root.fen() });
   if (move === null) return;
   const note = endNote(move, root, { depth: state.analysed.depth, score: state.analysed.score });
-  $('info-note').textContent = note.text;
+  $('info-note').textContent = prefix + note.text;
   if (note.pv) {
     $('info-pv').textContent = pvSan(root.fen(), [move]);
     showArrow(move);
