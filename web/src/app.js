@@ -28,7 +28,7 @@ const state = {
   thinking: null, // 'play' or 'analyse' while the engine searches
   tuned: '',
   threat: false, // analysis searches the position with the other side to move
-  analysed: null, // {key, depth, score}: the latest analysis, which "go deeper" carries on
+  analysed: null, // {key, depth, score, threat}: the latest analysis, which "go deeper" carries on
 };
 
 // The tab's memory for the engine: what the device can spare, and the
@@ -290,7 +290,7 @@ async function analyse(deeper = false) {
   const wanted = analysisGo($('analysis-limit').value, $('analysis-value').value.trim(), last);
   if (wanted.error) return say(wanted.error);
   clearInfo();
-  state.analysed = { key, depth: last?.depth || 0 };
+  state.analysed = { key, depth: last?.depth || 0, threat: threat !== null };
   const root = new Chess(line.fen);
   for (const move of line.moves) root.move(typedMove(move));
   const prefix = threat ? `Threat: ${root.turn() === 'w' ? 'White' : 'Black'} to move again. ` : '';
@@ -308,7 +308,7 @@ async function analyse(deeper = false) {
 
 function showArrow(move) {
   board.removeArrows();
-  if (move && move !== '0000') board.addArrow(state.threat ? ARROW_TYPE.danger : ARROW_TYPE.info, move.slice(0, 2), move.slice(2, 4));
+  if (move && move !== '0000') board.addArrow(state.analysed?.threat ? ARROW_TYPE.danger : ARROW_TYPE.info, move.slice(0, 2), move.slice(2, 4));
 }
 
 // The threat button: pressed in threat mode, off where it does not apply.
