@@ -45,6 +45,13 @@ async function analysedToEnd(page) {
   await page.waitForFunction(() => document.getElementById('info-note').textContent !== '', null, { timeout: 20000 });
   return panel(page);
 }
+// A link followed in an open page (a change of the address's fragment):
+// done once the page shows the position given as a FEN, or that many moves.
+async function follow(page, url, shown) {
+  await page.goto(url);
+  if (typeof shown === 'number') await page.waitForFunction((n) => document.querySelectorAll('#moves button.move').length === n, shown);
+  else await page.waitForFunction((fen) => document.getElementById('fen').value === fen, shown);
+}
 const arrows = (page) => page.$$eval('#board [data-arrow]', (list) => list.map((a) => a.getAttribute('data-arrow')));
 
 before(async () => {
@@ -64,9 +71,7 @@ test('a #fen= link opens its position; the address follows the game without new 
   const page = await open(plain.url + link('fen', fen));
   assert.equal(await page.inputValue('#fen'), fen);
   assert.equal(await page.isChecked('input[name="mode"][value="analyse"]'), true);
-  await page.goto(plain.url + link('pgn', MATE_IN_ONE));
-  await ready(page);
-  assert.equal(await page.locator('#moves button.move').count(), 6);
+  await follow(page, plain.url + link('pgn', MATE_IN_ONE), 6);
   const entries = await page.evaluate(() => history.length);
   await page.click('#nav-back');
   await page.click('#nav-back');
@@ -78,7 +83,7 @@ test('a #fen= link opens its position; the address follows the game without new 
   const again = await open(back);
   assert.equal(await again.inputValue('#fen'), shown);
   await again.click('#copy-link');
-  assert.match(await again.textContent('#message'), /link to this position/);
+  await again.waitForFunction(() => /link to this position/.test(document.getElementById('message').textContent));
   await again.close();
   await page.close();
 });
@@ -94,14 +99,12 @@ test('a search that ends at once is shown as what it is', async () => {
   assert.deepEqual(await arrows(page), ['h5f7']);
   await page.screenshot({ path: `${shots}/mate-in-one.png` });
 
-  await page.goto(plain.url + link('fen', '7k/8/8/8/8/8/6Q1/K7 b - - 0 1'));
-  await ready(page);
+  await follow(page, plain.url + link('fen', '7k/8/8/8/8/8/6Q1/K7 b - - 0 1'), '7k/8/8/8/8/8/6Q1/K7 b - - 0 1');
   shown = await analysedToEnd(page);
   assert.deepEqual([shown.depth, shown.pv, shown.note], ['–', '1… Kh7', 'The only legal move: played without a search.']);
   assert.deepEqual(await arrows(page), ['h8h7']);
 
-  await page.goto(plain.url + link('fen', 'k7/1Q6/1K6/8/8/8/8/8 b - - 0 1'));
-  await ready(page);
+  await follow(page, plain.url + link('fen', 'k7/1Q6/1K6/8/8/8/8/8 b - - 0 1'), 'k7/1Q6/1K6/8/8/8/8/8 b - - 0 1');
   shown = await analysedToEnd(page);
   assert.deepEqual([shown.depth, shown.speed, shown.note], ['–', '–', 'Checkmate: White has won; there is nothing to search.']);
   assert.deepEqual(await arrows(page), []);
@@ -120,8 +123,7 @@ test('threat mode (x) finds what the last move threatens, and is not offered in 
   assert.deepEqual(await arrows(page), ['h5f7']);
   await page.screenshot({ path: `${shots}/threat.png` });
   // Black in check from the bishop: no threat mode.
-  await page.goto(plain.url + link('pgn', '1. e4 f5 2. Bc4 d6 3. Bxg8 e5 4. Qh5+'));
-  await ready(page);
+  await follow(page, plain.url + link('pgn', '1. e4 f5 2. Bc4 d6 3. Bxg8 e5 4. Qh5+'), 7);
   assert.equal(await page.isDisabled('#threat'), true);
   await page.focus('#board');
   await page.keyboard.press('x');
