@@ -7,8 +7,12 @@
 // page served plainly). With more WebAssembly builds named after the site
 // (NAME=BUILD_DIR holding velkor.mjs, NAME ending in "turns" for the build
 // with turns; make bench-web-choices), each is run under Node as well.
+// Beside the ratio of the times the engine reports, the ratio of processor
+// times (user and system, all threads; bash's `times`) is given for the
+// runs outside the browser: on a machine busy with other work, it varies
+// far less from round to round.
 // Usage: node web/tests/bench.mjs NATIVE_BINARY SITE [NAME=WASM_BUILD ...]
-import { execFileSync } from 'node:child_process';
+import { spawnSync } from 'node:child_process';
 import { readFileSync } from 'node:fs';
 import { resolve } from 'node:path';
 import { browser, serve } from './site.mjs';
@@ -25,11 +29,22 @@ function measured(output, what) {
   return Number(found[2]);
 }
 
-const nativeRun = () => measured(execFileSync(native, { input: 'bench\n', encoding: 'latin1' }), 'native');
+// bench by a command: {ms: the time it reports, cpu: its processor time in ms}.
+function timed(what, command, args = [], env = process.env) {
+  const run = spawnSync('bash', ['-c', '"$@"; times >&2', 'bash', command, ...args], { input: 'bench\n', encoding: 'latin1', env, maxBuffer: 1 << 26 });
+  if (run.status !== 0) throw new Error(`${what}: status ${run.status}: ${run.stderr.trim()}`);
+  // times: the shell's own user and system times, then its children's, as 0m4.123s 0m0.100s.
+  const seconds = run.stderr.trim().split('\n').at(-1).split(' ').map((t) => {
+    const [, m, sec] = /^(\d+)m([\d.]+)s$/.exec(t);
+    return Number(m) * 60 + Number(sec);
+  });
+  return { ms: measured(run.stdout, what), cpu: (seconds[0] + seconds[1]) * 1000 };
+}
+
+const nativeRun = () => timed('native', native);
 
 // A WebAssembly build under Node, through its entry, as a runner starts it.
-const nodeRun = (dir, build = 'shared') =>
-  measured(execFileSync('node', [resolve(dir, 'velkor.mjs')], { input: 'bench\n', encoding: 'latin1', env: { ...process.env, VELKOR_WEB_BUILD: build } }), dir);
+const nodeRun = (dir, build = 'shared') => timed(dir, 'node', [resolve(dir, 'velkor.mjs')], { ...process.env, VELKOR_WEB_BUILD: build });
 
 // The page's own engine, as the page starts it: with a ring where the page
 // is cross-origin isolated.
@@ -50,7 +65,7 @@ async function browserRun(page) {
       else worker.postMessage('bench');
     });
   });
-  return measured(ms, 'chromium');
+  return { ms: measured(ms, 'chromium') };
 }
 
 const median = (values) => [...values].sort((a, b) => a - b)[Math.floor(values.length / 2)];
@@ -62,7 +77,8 @@ for (const [kind, site] of Object.entries(sites)) {
   pages[kind] = await chromium.newPage();
   await pages[kind].goto(site.url);
 }
-const columns = { native: [], node: [], 'node-turns': [], 'chromium-isolated': [], chromium: [], ...Object.fromEntries(builds.map((b) => [b.split('=')[0], []])) };
+const names = ['native', 'node', 'node-turns', 'chromium-isolated', 'chromium', ...builds.map((b) => b.split('=')[0])];
+const columns = Object.fromEntries(names.map((name) => [name, { wall: [], cpu: [] }]));
 try {
   for (let round = 1; round <= runs; round++) {
     const engine = resolve(siteDir, 'engine');
@@ -77,14 +93,20 @@ try {
       const [name, dir] = build.split('=');
       times[name] = nodeRun(dir, name.endsWith('turns') ? 'turns' : 'shared');
     }
-    for (const [name, ms] of Object.entries(times)) columns[name].push(times.native / ms);
-    console.log(`round ${round}: ` + Object.entries(times).map(([name, ms]) => `${name} ${ms} ms`).join(', '));
+    for (const [name, { ms, cpu }] of Object.entries(times)) {
+      columns[name].wall.push(times.native.ms / ms);
+      if (cpu) columns[name].cpu.push(times.native.cpu / cpu);
+    }
+    const shown = ([name, { ms, cpu }]) => `${name} ${ms} ms${cpu ? ` (cpu ${Math.round(cpu)} ms)` : ''}`;
+    console.log(`round ${round}: ` + Object.entries(times).map(shown).join(', '));
   }
 } finally {
   await chromium.close();
   for (const site of Object.values(sites)) site.close();
 }
-console.log(`bench (${expected} nodes), speed as a ratio to native, median of ${runs}:`);
-for (const [name, ratios] of Object.entries(columns)) {
-  console.log(`  ${name.padEnd(18)} ${median(ratios).toFixed(3)}  (${ratios.map((r) => r.toFixed(3)).join(' ')})`);
+console.log(`bench (${expected} nodes), speed as a ratio to native, median of ${runs}: by the times bench reports | by processor time`);
+const list = (ratios) => ratios.map((r) => r.toFixed(3)).join(' ');
+for (const [name, { wall, cpu }] of Object.entries(columns)) {
+  const byCpu = cpu.length ? `${median(cpu).toFixed(3)}  (${list(cpu)})` : '-';
+  console.log(`  ${name.padEnd(18)} ${median(wall).toFixed(3)}  (${list(wall)})  |  ${byCpu}`);
 }
