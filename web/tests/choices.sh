@@ -3,17 +3,17 @@
 # costs or gains under Node, beside the shipped builds (-O3, no SIMD, no
 # link-time optimisation; the build with turns instrumenting only the
 # functions of web/engine/asyncify.txt): the build with turns instrumenting
-# every function, and the build without turns at -O2, with SIMD and with
-# link-time optimisation. Each in build/wasm-NAME.
+# what ASYNCIFY's own analysis finds, and the build without turns at -O2,
+# with SIMD and with link-time optimisation. Each in build/wasm-NAME.
 # Usage: web/tests/choices.sh NATIVE_BINARY SITE BUILD_ROOT
 set -euo pipefail
 here=$(dirname "$(realpath "$0")")
 native=$1 site=$2 root=$3
 export NODE_PATH=/usr/share/nodejs
 builds=()
-for choice in all-turns O2 simd lto; do
+for choice in analysed-turns O2 simd lto; do
     case $choice in
-        all-turns) flags=(-DVELKOR_WEB_ASYNCIFY_ALL=ON) ;;
+        analysed-turns) flags=(-DVELKOR_WEB_ASYNCIFY_ONLY=OFF) ;;
         O2) flags=("-DCMAKE_CXX_FLAGS_RELEASE=-O2 -DNDEBUG") ;;
         simd) flags=(-DCMAKE_CXX_FLAGS=-msimd128) ;;
         lto) flags=(-DCMAKE_CXX_FLAGS=-flto) ;;
