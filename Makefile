@@ -194,8 +194,9 @@ test-web: release web
 bench-web: release web
 	node web/tests/bench.mjs $(RELEASE)/velkor $(WEB)
 
-# The same, with the WebAssembly build's choices beside it: without the
-# search's turns, -O2, SIMD, link-time optimisation.
+# The same, with the WebAssembly builds' choices beside them: the turns on
+# the functions ASYNCIFY's own analysis picks, -O2, SIMD, link-time
+# optimisation.
 bench-web-choices: release web
 	bash web/tests/choices.sh $(RELEASE)/velkor $(WEB) $(BUILD)
 
