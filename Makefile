@@ -180,24 +180,31 @@ EMSDK_ENV := NODE_PATH=/usr/share/nodejs
 web: setup-js
 	@bash tools/setup.sh web
 	$(EMSDK_ENV) emcmake cmake -S . -B $(WASM) -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF >/dev/null
-	$(EMSDK_ENV) cmake --build $(WASM) -j $(JOBS) --target velkor
+	$(EMSDK_ENV) cmake --build $(WASM) -j $(JOBS) --target velkor velkor_shared
 	bash web/build.sh $(WASM) $(WEB)
 
+# Cross-origin isolated, so that the engine runs without turns; SERVE=plain
+# serves the site as a host without those headers would.
+SERVE ?= isolated
 serve-web: web
-	@echo "Velkor in a browser: http://127.0.0.1:$(PORT)/ (Ctrl-C ends it)"
-	/usr/bin/python3 -m http.server --bind 127.0.0.1 --directory $(WEB) $(PORT)
+	node web/serve.mjs $(WEB) $(PORT) $(SERVE)
 
+# The engine's sessions run against both WebAssembly builds: without turns
+# (the Node entry's own choice) and with them (what a plain page runs).
 test-web: release web
-	cd $(RELEASE) && VELKOR_WRAPPER=node VELKOR_TEST_ENGINE=$(abspath $(WEB))/engine/velkor.mjs \
+	for build in shared turns; do \
+		(cd $(RELEASE) && VELKOR_WEB_BUILD=$$build VELKOR_WRAPPER=node VELKOR_TEST_ENGINE=$(abspath $(WEB))/engine/velkor.mjs \
 		VELKOR_BANNER="$$(bash $(abspath tools/version.sh) name) WebAssembly ('quit' to exit)" \
-		./tests/velkor_tests --gtest_brief=1 --gtest_filter='Sessions.*:-Sessions.TightMemory'
+		./tests/velkor_tests --gtest_brief=1 --gtest_filter='Sessions.*:-Sessions.TightMemory') || exit 1; \
+	done
 	node --test web/tests/
 
 bench-web: release web
 	node web/tests/bench.mjs $(RELEASE)/velkor $(WEB)
 
-# The same, with the WebAssembly build's choices beside it: without the
-# search's turns, -O2, SIMD, link-time optimisation.
+# The same, with the WebAssembly builds' choices beside them: the turns on
+# the functions ASYNCIFY's own analysis picks, -O2, SIMD, link-time
+# optimisation.
 bench-web-choices: release web
 	bash web/tests/choices.sh $(RELEASE)/velkor $(WEB) $(BUILD)
 

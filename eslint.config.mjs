@@ -19,6 +19,7 @@ export default [
   // The page's tests hand functions to the browser to run there.
   { files: ['web/tests/**/*.mjs'], languageOptions: { globals: { ...globals.browser, ...globals.node } } },
   { files: ['web/engine/worker.js'], languageOptions: { sourceType: 'script', globals: { ...globals.worker } } },
+  { files: ['web/src/sw.js'], languageOptions: { sourceType: 'script', globals: { ...globals.serviceworker } } },
   // Emscripten's pre-js and library run inside the engine's module, beside
   // its runtime.
   {

@@ -1,10 +1,14 @@
 #!/usr/bin/env bash
 # Assembles the static site of Velkor in a browser: the page, the engine
-# (velkor.js and velkor.wasm from the WebAssembly build, its worker and its
-# Node entry), the tuned weights, and the board widget and rules from npm
-# (pinned in the project's one package-lock.json), each with its licence.
-# The page names the engine's version. Every file is
-# served from the site itself; it needs no special headers.
+# (its two WebAssembly builds, velkor.js with turns and velkor-shared.js
+# without, its worker and its Node entry), the engine's client and the game
+# review (client/), the tuned weights, the board widget and rules from npm
+# (pinned in the project's one package-lock.json), each with its licence,
+# the app's icons (drawn by icon.mjs) and its service worker, which
+# precache.mjs names after the build and gives the list of every file. The
+# page names the engine's version. Every file is served from the site
+# itself; it needs no special headers (with cross-origin isolation headers
+# the engine runs faster).
 # Usage: web/build.sh ENGINE_BUILD SITE
 set -euo pipefail
 here=$(dirname "$(realpath "$0")")
@@ -20,7 +24,8 @@ mkdir -p "$site/client" && cp ../client/uci.js ../client/review.js ../client/pgn
 version=$(bash ../tools/version.sh)
 sed -i "s/@VERSION@/$version/g" "$site/index.html"
 ! grep -rq @VERSION@ "$site" || { echo "web: a @VERSION@ is left in $site" >&2; exit 1; }
-cp engine/worker.js engine/velkor.mjs "$engine/velkor.js" "$engine/velkor.wasm" "$site/engine/"
+cp engine/worker.js engine/velkor.mjs engine/ring.mjs "$engine/velkor.js" "$engine/velkor.wasm" \
+    "$engine/velkor-shared.js" "$engine/velkor-shared.wasm" "$site/engine/"
 chmod +x "$site/engine/velkor.mjs"
 cp ../LICENSE "$site/engine/LICENSE"
 # The tuned string is the first line of the tuner's file.
@@ -30,9 +35,16 @@ cp -r $modules/cm-chessboard/src $modules/cm-chessboard/LICENSE "$site/vendor/cm
 mkdir -p "$site/vendor/cm-chessboard/assets/pieces" "$site/vendor/cm-chessboard/assets/extensions"
 cp $modules/cm-chessboard/assets/chessboard.css "$site/vendor/cm-chessboard/assets/"
 cp $modules/cm-chessboard/assets/pieces/standard.svg "$site/vendor/cm-chessboard/assets/pieces/"
-for extension in markers promotion-dialog; do
+for extension in markers promotion-dialog arrows; do
     mkdir -p "$site/vendor/cm-chessboard/assets/extensions/$extension"
     cp $modules/cm-chessboard/assets/extensions/$extension/*.css $modules/cm-chessboard/assets/extensions/$extension/*.svg \
         "$site/vendor/cm-chessboard/assets/extensions/$extension/" 2>/dev/null || true
 done
+mkdir -p "$site/icons"
+# The sizes the manifest names.
+for size in $(node -e 'JSON.parse(require("fs").readFileSync("src/manifest.webmanifest", "utf8")).icons.forEach((i) => console.log(i.sizes.split("x")[0]))'); do
+    node icon.mjs "$size" "$site/icons/icon-$size.png"
+done
+# Last: the service worker lists every other file of the site.
+node precache.mjs "$site"
 echo "web: $(du -sh "$site" | cut -f1) in $site (velkor.wasm $(stat -c %s "$site/engine/velkor.wasm") bytes)"

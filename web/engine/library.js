@@ -1,6 +1,8 @@
 // The platform functions of the WebAssembly engine (src/engine/input.cpp):
 // writing lines out, reading input the host has queued (pre.js), and the test for waiting
-// input that a search makes every 4096 nodes. Both may give the host's
+// input that a search makes every 4096 nodes. In the build without turns
+// the input is a ring in shared memory (ring.mjs) that the engine blocks
+// on while it is empty. In the build with turns, both may give the host's
 // event loop a turn, which is how a line reaches a running search: the
 // engine unwinds and rewinds its stack around the turn (ASYNCIFY). Such a
 // function is called a second time as the stack is rewound, and must then
@@ -29,6 +31,22 @@ mergeInto(LibraryManager.library, {
   // Copies queued input into the engine's buffer; waits for some while
   // there is none. 0 once the input has ended.
   velkor_read_input: function (buffer, size) {
+    const ring = velkorInput.ring;
+    if (ring) {
+      const c = ring.counters, mask = ring.bytes.length - 1;
+      for (;;) {
+        const changed = Atomics.load(c, 3), read = Atomics.load(c, 1);
+        const waiting = (Atomics.load(c, 0) - read) | 0;
+        if (waiting > 0) {
+          const n = Math.min(size, waiting);
+          for (let i = 0; i < n; i++) HEAPU8[buffer + i] = ring.bytes[(read + i) & mask];
+          Atomics.store(c, 1, (read + n) | 0);
+          return n;
+        }
+        if (Atomics.load(c, 2)) return 0;
+        Atomics.wait(c, 3, changed);
+      }
+    }
     const copy = function () {
       let n = 0;
       while (n < size && velkorInput.chunks.length) {
@@ -56,6 +74,8 @@ mergeInto(LibraryManager.library, {
   // Input waits. At most every yieldMs (pre.js) the host's event loop gets a
   // turn first, so that lines sent since can arrive.
   velkor_input_waiting: function () {
+    const ring = velkorInput.ring;
+    if (ring) return Atomics.load(ring.counters, 0) !== Atomics.load(ring.counters, 1) ? 1 : 0;
     if (typeof Asyncify === 'undefined') return velkorInput.chunks.length ? 1 : 0;
     if (Asyncify.state === Asyncify.State.Rewinding) return Asyncify.handleSleep(null);
     if (velkorInput.chunks.length) return 1;
@@ -84,6 +104,8 @@ mergeInto(LibraryManager.library, {
   },
 
   velkor_input_ended: function () {
+    const ring = velkorInput.ring;
+    if (ring) return Atomics.load(ring.counters, 2) && Atomics.load(ring.counters, 0) === Atomics.load(ring.counters, 1) ? 1 : 0;
     return velkorInput.ended && !velkorInput.chunks.length ? 1 : 0;
   },
 });

@@ -3,7 +3,9 @@
 // Module.endInput(), and receives every output line, as its bytes without
 // the line end, through Module.writeLine(bytes). The engine writes code
 // page 437 bytes in its board diagrams, so its output is never decoded as
-// UTF-8 on the way.
+// UTF-8 on the way. A build without turns (the host has shared memory)
+// reads its input from the host's ring instead (Module.inputRing, a
+// SharedArrayBuffer laid out as web/engine/ring.mjs writes it).
 var velkorInput = {
   chunks: [],        // queued input, Uint8Arrays not yet read
   ended: false,
@@ -11,6 +13,10 @@ var velkorInput = {
   line: [],          // output bytes of the line being written
   lastYield: 0,      // performance.now() of the latest yield to the host
   yieldMs: Module['yieldMs'] || 20,  // the longest a search runs without one
+  ring: Module['inputRing'] ? {
+    counters: new Int32Array(Module['inputRing'], 0, 4),  // written, read, ended, changed
+    bytes: new Uint8Array(Module['inputRing'], 16),
+  } : null,
 };
 
 Module['sendInput'] = function (data) {

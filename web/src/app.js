@@ -6,9 +6,14 @@ import { Chessboard, COLOR, INPUT_EVENT_TYPE, FEN } from './vendor/cm-chessboard
 import { Markers, MARKER_TYPE } from './vendor/cm-chessboard/src/extensions/markers/Markers.js';
 import { PromotionDialog, PROMOTION_DIALOG_RESULT_TYPE } from './vendor/cm-chessboard/src/extensions/promotion-dialog/PromotionDialog.js';
 import { Accessibility } from './vendor/cm-chessboard/src/extensions/accessibility/Accessibility.js';
+import { Arrows, ARROW_TYPE } from './vendor/cm-chessboard/src/extensions/arrows/Arrows.js';
 import { Engine } from './engine.js';
 import { Review } from './review-panel.js';
 import { headersOf } from './client/review.js';
+import { followLink, linkFor, readLink } from './links.js';
+import { threatFen } from './threat.js';
+import { analysisGo, endNote } from './analysis.js';
+import { registerApp } from './app-update.js';
 
 const $ = (id) => document.getElementById(id);
 const opened = performance.now();
@@ -25,6 +30,8 @@ const state = {
   thinking: null, // 'play' or 'analyse' while the engine searches
   tuned: '',
   headers: null, // the tag pairs of a game loaded from PGN
+  threat: false, // analysis searches the position with the other side to move
+  analysed: null, // {key, depth, score, threat}: the latest analysis, which "go deeper" carries on
 };
 
 // The tab's memory for the engine: what the device can spare, and the
@@ -66,6 +73,7 @@ const board = new Chessboard($('board'), {
     { class: Markers },
     { class: PromotionDialog },
     { class: Accessibility, props: { movePieceForm: false, language: 'en' } },
+    { class: Arrows },
   ],
 });
 
@@ -165,6 +173,8 @@ function render(animated = false) {
   renderMoves();
   enableInput();
   review.show();
+  followLink(linkFor(state.startFen, state.moves.map((m) => m.san), state.ply));
+  renderThreat();
 }
 
 function renderMoves() {
@@ -286,8 +296,56 @@ async function engineMove() {
   play(typedMove(move));
 }
 
-function analyse() {
-  think('analyse', { ...searchLine(), go: 'go infinite' });
+// Analysis of the position shown, or of its threat, to the limit chosen;
+// deeper carries on the latest one (the engine keeps its table between).
+async function analyse(deeper = false) {
+  const threat = state.threat ? threatFen(view.fen()) : null;
+  const line = threat ? { fen: threat, moves: [] } : searchLine();
+  const key = `${line.fen} ${line.moves.join(' ')}`;
+  const last = deeper && state.analysed?.key === key ? state.analysed : null;
+  const wanted = analysisGo($('analysis-limit').value, $('analysis-value').value.trim(), last);
+  if (wanted.error) return say(wanted.error);
+  clearInfo();
+  state.analysed = { key, depth: last?.depth || 0, threat: threat !== null };
+  const root = new Chess(line.fen);
+  for (const move of line.moves) root.move(typedMove(move));
+  const prefix = threat ? `Threat: ${root.turn() === 'w' ? 'White' : 'Black'} to move again. ` : '';
+  $('info-note').textContent = prefix;
+  const move = await think('analyse', { ...line, go: wanted.go, root: root.fen() });
+  if (move === null) return;
+  const note = endNote(move, root, { depth: state.analysed.depth, score: state.analysed.score });
+  $('info-note').textContent = prefix + note.text;
+  if (note.pv) {
+    $('info-pv').textContent = pvSan(root.fen(), [move]);
+    showArrow(move);
+  }
+  showThinking();
+}
+
+function showArrow(move) {
+  board.removeArrows();
+  if (move && move !== '0000') board.addArrow(state.analysed?.threat ? ARROW_TYPE.danger : ARROW_TYPE.info, move.slice(0, 2), move.slice(2, 4));
+}
+
+// The threat button: pressed in threat mode, off where it does not apply.
+function renderThreat() {
+  const possible = threatFen(view.fen()) !== null;
+  $('threat').disabled = !possible;
+  $('threat').setAttribute('aria-pressed', String(state.threat && possible));
+}
+
+function toggleThreat() {
+  if (!threatFen(view.fen())) {
+    say(view.isCheck() ? 'No threat mode here: the side to move is in check.' : 'No threat mode here: the game is over.');
+    return;
+  }
+  state.threat = !state.threat;
+  renderThreat();
+  if (mode() !== 'analyse') {
+    document.querySelector('input[name="mode"][value="analyse"]').checked = true;
+    modeChanged();
+  }
+  analyse();
 }
 
 // One search; its info lines fill the panel. Resolves with the best move,
@@ -295,7 +353,7 @@ function analyse() {
 async function think(kind, request) {
   if (!engine.running || review.running) return null;
   const number = ++state.search;
-  const root = view.fen();
+  const root = request.root || view.fen();
   state.thinking = kind;
   showThinking();
   const onInfo = (info) => number === state.search && showInfo(info, root);
@@ -315,6 +373,7 @@ function stopThinking() {
 
 function showThinking() {
   $('stop').disabled = !state.thinking;
+  $('deeper').disabled = !engine.running || review.running || !!state.thinking || mode() !== 'analyse' || !state.analysed?.depth;
   $('analyse').disabled = !engine.running || review.running || state.thinking === 'analyse' || (mode() === 'play' && state.thinking === 'play');
 }
 
@@ -338,9 +397,16 @@ function share(score) {
 
 function showInfo(info, root) {
   if (info.depth !== undefined && info.score === undefined && info.currmove === undefined) return;
-  if (info.score) $('info-depth').textContent = `${info.depth}/${info.seldepth}`;
+  // The closing "info score" of a search that has ended carries no depth.
+  if (info.score && info.depth !== undefined) $('info-depth').textContent = `${info.depth}/${info.seldepth}`;
   if (info.nodes !== undefined) $('info-nodes').textContent = info.nodes.toLocaleString('en');
-  if (info.nps !== undefined) $('info-speed').textContent = `${Math.round(info.nps / 1000).toLocaleString('en')} kN/s`;
+  // A speed needs a time to be measured over: none in the first millisecond.
+  if (info.nps !== undefined && info.time > 0) $('info-speed').textContent = `${Math.round(info.nps / 1000).toLocaleString('en')} kN/s`;
+  if (state.thinking === 'analyse' && info.score && info.depth !== undefined && !info.score.bound) {
+    state.analysed.depth = info.depth;
+    state.analysed.score = info.score;
+    if (info.pv?.length) showArrow(info.pv[0]);
+  }
   if (info.score && !info.score.bound) {
     const score = whiteScore(info.score, root);
     $('info-score').textContent = scoreText(score);
@@ -372,6 +438,8 @@ function pvSan(fen, pv) {
 function clearInfo() {
   for (const id of ['info-depth', 'info-score', 'info-nodes', 'info-speed']) $(id).textContent = '–';
   $('info-pv').textContent = '';
+  $('info-note').textContent = '';
+  board.removeArrows();
   $('gauge-fill').style.height = '50%';
 }
 
@@ -564,7 +632,7 @@ async function startEngine() {
   try {
     const uciok = await engine.start({ args: engineArgs(), maxMemory: device.maxMemory, hash: Number($('hash').value) || 0 });
     fillHashSizes();
-    const weights = $('weights').value === 'tuned' ? 'tuned weights' : 'built-in weights';
+    const weights = ($('weights').value === 'tuned' ? 'tuned weights' : 'built-in weights') + (engine.ring ? ', shared memory' : '');
     const first = state.uciokAfterOpening === undefined;
     if (first) state.uciokAfterOpening = Math.round(performance.now() - opened);
     const since = first ? `, ${state.uciokAfterOpening} ms after the page opened` : '';
@@ -636,6 +704,23 @@ function wire() {
     }
     analyse();
   });
+  $('deeper').addEventListener('click', () => analyse(true));
+  $('threat').addEventListener('click', toggleThreat);
+  $('analysis-limit').addEventListener('change', () => {
+    const kind = $('analysis-limit').value;
+    $('analysis-value').hidden = kind === 'infinite';
+    $('analysis-value').value = kind === 'depth' ? '16' : '5';
+    $('analysis-value').setAttribute('aria-label', kind === 'depth' ? 'Depth in plies' : 'Seconds');
+  });
+  $('copy-link').addEventListener('click', async () => {
+    try {
+      await navigator.clipboard.writeText(location.href);
+      say('The link to this position is copied.', 'news');
+    } catch {
+      say(`The link to this position: ${location.href}`, 'news');
+    }
+  });
+  addEventListener('hashchange', openLink);
   $('stop').addEventListener('click', () => {
     if (state.thinking === 'analyse') stopThinking();
     else engine.stop(); // in a game: move now
@@ -665,7 +750,7 @@ function wire() {
   $('save-pgn').addEventListener('click', savePgn);
   document.addEventListener('keydown', (event) => {
     if (event.target.closest('input, textarea, select') || event.ctrlKey || event.metaKey || event.altKey) return;
-    const keys = { ArrowLeft: () => goTo(state.ply - 1), ArrowRight: () => goTo(state.ply + 1), Home: () => goTo(0), End: () => goTo(state.moves.length), f: () => $('flip').click(), n: () => review.nextMistake() };
+    const keys = { ArrowLeft: () => goTo(state.ply - 1), ArrowRight: () => goTo(state.ply + 1), Home: () => goTo(0), End: () => goTo(state.moves.length), f: () => $('flip').click(), n: () => review.nextMistake(), x: toggleThreat };
     if (keys[event.key]) {
       event.preventDefault();
       keys[event.key]();
@@ -674,8 +759,29 @@ function wire() {
   setInterval(tickClocks, 200);
 }
 
+// A #fen= or #pgn= link: its position or game, through the FEN and PGN
+// fields, so that a bad one gets their messages.
+function openLink() {
+  const link = readLink();
+  if (!link || location.hash === linkFor(state.startFen, state.moves.map((m) => m.san), state.ply)) return;
+  if (mode() !== 'analyse') {
+    document.querySelector('input[name="mode"][value="analyse"]').checked = true;
+    modeChanged();
+  }
+  if (link.fen !== undefined) {
+    $('fen').value = link.fen;
+    loadFen();
+  } else {
+    $('pgn').value = link.pgn;
+    loadPgn();
+    if (link.ply !== null) goTo(link.ply);
+  }
+}
+
 async function main() {
   wire();
+  registerApp($('update'), $('update-reload'));
+  openLink();
   render();
   showThinking();
   try {

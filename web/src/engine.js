@@ -1,7 +1,11 @@
 // The page's side of the engine: a Web Worker running Velkor's WebAssembly
 // build, spoken to through the engine's one client (client/uci.js), whose
-// queue sends nothing during a search but stop: no isready polling.
+// queue sends nothing during a search but stop: no isready polling. A page
+// served cross-origin isolated has shared memory: the engine then runs its
+// faster build without turns, and the lines go to it through a ring in
+// shared memory.
 import { EngineEnded, UciClient, parseInfo } from './client/uci.js';
+import { InputRing } from './engine/ring.mjs';
 
 export { parseInfo };
 
@@ -24,6 +28,7 @@ export class Engine {
     this.client = null;
     this.hashOption = null;
     this.busy = false; // a review has the engine to itself
+    this.ring = null; // the shared input, when the page has shared memory
   }
 
   // Starts the worker and has the engine ready: uci, the table's size,
@@ -32,7 +37,9 @@ export class Engine {
     this.stopWorker();
     const started = performance.now();
     const worker = new Worker(new URL('./engine/worker.js', import.meta.url));
-    const client = new UciClient({ send: (line) => worker.postMessage(line) });
+    const ring = globalThis.crossOriginIsolated ? new InputRing() : null;
+    const client = new UciClient({ send: (line) => (ring ? ring.write(line + '\n') : worker.postMessage(line)) });
+    this.ring = ring;
     this.worker = worker;
     this.client = client;
     client.onLine = (line) => {
@@ -48,7 +55,7 @@ export class Engine {
       event.preventDefault();
       this.fault(event.message || 'the worker failed');
     };
-    worker.postMessage({ start: { args, maxMemory } });
+    worker.postMessage({ start: { args, maxMemory, ring: ring?.buffer } });
     const lines = await client.command(['uci'], (line) => line === 'uciok');
     this.name = (lines.find((line) => line.startsWith('id name ')) || '').slice(8);
     const uciok = performance.now() - started;

@@ -1,5 +1,6 @@
 // The WebAssembly engine's Node entry as a match runner drives it: input
-// that stays open, a stop timed from the outside, quit, and what it leaves
+// that stays open, a stop timed from the outside (in both builds: without
+// turns, the entry's own choice, and with them), quit, and what it leaves
 // behind. (The transcripts, the battery and the bench count run against it
 // from the engine's own tests: make test-web.)
 import { test } from 'node:test';
@@ -14,8 +15,8 @@ const entry = resolve(process.env.VELKOR_WEB || resolve(root, 'build/web'), 'eng
 
 // The engine started directly (the entry is executable), with its input
 // kept open; lines() resolves once a line matches.
-function start(args = []) {
-  const child = spawn(entry, args, { stdio: ['pipe', 'pipe', 'pipe'] });
+function start(args = [], build = 'shared') {
+  const child = spawn(entry, args, { stdio: ['pipe', 'pipe', 'pipe'], env: { ...process.env, VELKOR_WEB_BUILD: build } });
   let out = '';
   const waiters = [];
   child.stdout.on('data', (chunk) => {
@@ -32,17 +33,19 @@ function start(args = []) {
   };
 }
 
-test('stop ends go infinite within 100 ms under Node', { timeout: 20000 }, async () => {
-  const engine = start();
-  engine.send('go infinite');
-  await engine.seen(/info depth 9 /);
-  const sent = performance.now();
-  const bestmove = engine.seen(/bestmove \S+\n/);
-  engine.send('stop');
-  assert.ok((await bestmove) - sent < 100, `${(await bestmove) - sent} ms`);
-  engine.send('quit');
-  assert.equal(await engine.ended, 0);
-});
+for (const build of ['shared', 'turns']) {
+  test(`stop ends go infinite within 100 ms under Node (${build})`, { timeout: 20000 }, async () => {
+    const engine = start([], build);
+    engine.send('go infinite');
+    await engine.seen(/info depth 9 /);
+    const sent = performance.now();
+    const bestmove = engine.seen(/bestmove \S+\n/);
+    engine.send('stop');
+    assert.ok((await bestmove) - sent < 100, `${(await bestmove) - sent} ms`);
+    engine.send('quit');
+    assert.equal(await engine.ended, 0);
+  });
+}
 
 test('quit ends the engine while its input stays open', { timeout: 20000 }, async () => {
   const engine = start(['-pbil=' + '0'.repeat(GENE_CHARS)]);
