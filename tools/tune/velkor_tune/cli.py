@@ -4,6 +4,7 @@ import argparse
 import datetime
 import os
 import pathlib
+import re
 import shlex
 import signal
 import sys
@@ -58,7 +59,7 @@ def minutes(text: str) -> float:
 def add_cluster(p):
     where = p.add_mutually_exclusive_group()
     where.add_argument("--workers", type=positive, help="local worker processes (default: one a core)")
-    where.add_argument("--scheduler", metavar="tcp://HOST:PORT", help="the Dask scheduler of a cluster")
+    where.add_argument("--scheduler", type=address, metavar="tcp://HOST:PORT", help="the Dask scheduler of a cluster")
     p.add_argument("--scheduler-wait", type=minutes, metavar="MINUTES",
                    help="how long to wait for the scheduler when it has gone, before stopping with the command"
                         f" that carries on (default {clusters.WAIT_MINUTES:g})")
@@ -353,8 +354,14 @@ def serve_command(args) -> int:
     return 0
 
 
+def address(text: str) -> str:
+    if not re.fullmatch(r"[a-z]+://[^/\s]+:\d+", text):
+        raise argparse.ArgumentTypeError("a scheduler's address is tcp://HOST:PORT")
+    return text
+
+
 def worker_options(p):
-    p.add_argument("scheduler", metavar="tcp://HOST:PORT", help="the cluster's scheduler")
+    p.add_argument("scheduler", type=address, metavar="tcp://HOST:PORT", help="the cluster's scheduler")
     p.add_argument("--workers", type=positive, default=os.cpu_count() or 1,
                    help="worker processes of one thread (default: one a core, %(default)s)")
 

@@ -164,8 +164,9 @@ def lend(scheduler: str, workers: int):
         except KeyboardInterrupt:
             stop(process)
             raise
-        # Dask's workers end with their scheduler; a quick end again and again waits longer each time.
-        pause = 1.0 if time.monotonic() - began > 60 else min(30.0, pause * 2)
+        # Dask's workers end with their scheduler; an end soon after the start (no
+        # scheduler will have them) waits longer each time, up to half a minute.
+        pause = min(30.0, pause * 2) if time.monotonic() - began < 10 else 1.0
         say(f"the workers ended (exit {code}; has the scheduler at {scheduler} gone?): starting them again in"
             f" {pause:.0f} s, to wait for it")
         time.sleep(pause)
