@@ -12,6 +12,7 @@ import importlib
 import logging
 import math
 import os
+import re
 import signal
 import subprocess
 import sys
@@ -37,6 +38,7 @@ TRY = 3.0  # seconds of one attempt to reach the scheduler
 IDLE = float(os.environ.get("VELKOR_TUNE_IDLE", 60))
 LEND = "make tune-worker SCHEDULER={}"  # what lends a machine's cores to a scheduler
 SILENT = logging.CRITICAL + 10  # a logging level above every message
+LOG_LINE = re.compile(r"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d,\d+ - ")  # how each line of Dask's log begins
 
 
 class Gone(Exception):
@@ -158,8 +160,12 @@ def lend(scheduler: str, workers: int):
     while True:
         began = time.monotonic()
         # Apart from this process's group, so that a Ctrl-C here ends them through Dask's own way out.
-        process = subprocess.Popen(command, env=env, start_new_session=True)
+        process = subprocess.Popen(command, env=env, start_new_session=True, stdout=subprocess.PIPE,
+                                   stderr=subprocess.STDOUT, text=True, errors="replace")
         try:
+            for line in process.stdout:
+                if LOG_LINE.match(line):  # Dask's log, a line an event; the tracebacks it adds are left out
+                    sys.stderr.write(line)
             code = process.wait()
         except KeyboardInterrupt:
             stop(process)

@@ -30,8 +30,11 @@ class Teacher:
             self.send(f"setoption name {name} value {value}")
 
     def send(self, line: str):
-        self.process.stdin.write(line + "\n")
-        self.process.stdin.flush()
+        try:
+            self.process.stdin.write(line + "\n")
+            self.process.stdin.flush()
+        except BrokenPipeError:
+            raise RuntimeError(f"the teacher ended (exit {self.process.wait()})") from None
 
     def until(self, word: str) -> list[str]:
         """The lines before the one that starts with `word`, which is kept in `last`."""

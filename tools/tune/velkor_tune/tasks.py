@@ -55,21 +55,25 @@ def one_line(error: BaseException) -> str:
 
 
 class Journal:
-    """A folder's events.jsonl (none: nothing kept)."""
+    """A folder's events.jsonl (none: nothing kept), each line with the call
+    (`run`) that wrote it."""
 
-    def __init__(self, path=None):
-        self.path = path
+    def __init__(self, path, run: str):
+        self.path, self.run = path, run
 
     def write(self, event: str, **fields):
         if self.path:
-            append_line(self.path, {"at": round(time.time(), 3), "event": event, **fields})
+            append_line(self.path, {"at": round(time.time(), 3), "event": event, "run": self.run, **fields})
 
     def begun(self) -> dict[str, float]:
         """The tasks (as JSON) that began in calls before this one, each with
-        the play it had done at least: until the last event those calls wrote."""
+        the play it had done at least: until the last event its call wrote."""
         events = read_lines(self.path) if self.path else []
-        last = max((e.get("at", 0) for e in events), default=0)
-        return {json.dumps(e["task"]): last - e.get("at", last) for e in events if e.get("event") == "started"}
+        last = {}
+        for e in events:
+            last[e.get("run")] = e.get("at", 0)
+        return {json.dumps(e["task"]): last[e.get("run")] - e.get("at", 0) for e in events
+                if e.get("event") == "started"}
 
 
 class Watch:
@@ -194,7 +198,7 @@ def as_done(cluster, function, tasks: list, *args, name: str, ids=None, journal=
     warnings.filterwarnings("ignore", message="Large object")
     run = uuid.uuid4().hex[:8]
     ids = [json.dumps(i) for i in (range(len(tasks)) if ids is None else ids)]
-    watch = Watch(cluster, Journal(journal), ids, run)
+    watch = Watch(cluster, Journal(journal, run), ids, run)
     pending, attempts = {}, {}
 
     def submit(indices):
