@@ -247,7 +247,9 @@ def parts(folder: pathlib.Path) -> list[dict]:
     if found and played and "error" not in found[0]:
         found[0]["workers"] = guarded("workers", lambda: [workers(played)])[0]
     if found and (folder / EVENTS).exists() and "error" not in found[0]:
-        found[0]["faults"] = guarded("faults", lambda: [faults(read_lines(folder / EVENTS, repair=False))])[0]
+        found[0]["faults"] = f = guarded("faults", lambda: [faults(read_lines(folder / EVENTS, repair=False))])[0]
+        if "left" in found[0] and (f.get("away_since") or f.get("idle_since")):
+            found[0]["left"] = None  # nothing plays: no time left to tell
     return found + guarded("labels", lambda: label_parts(folder)) + guarded("fit", lambda: fit_parts(folder))
 
 

@@ -97,7 +97,10 @@ class Watch:
         for it while it is gone."""
         for topic in (STARTS, "all"):
             self.cluster.client.subscribe_topic(topic, self.inbox.append)
-        self.workers = set(self.cluster.client.scheduler_info().get("workers", {}))
+        try:
+            self.workers = set(self.cluster.client.scheduler_info().get("workers", {}))
+        except (OSError, TimeoutError):  # gone already: the loop will wait for it
+            self.workers = set()
 
     def deaf(self):
         for topic in (STARTS, "all"):
