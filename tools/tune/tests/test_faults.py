@@ -117,12 +117,22 @@ def test_a_verification_rides_out_three_faults(tmp_path, env):
     [part] = campaigns.parts(out)
     f = part["faults"]
     assert (f["lost_workers"], f["absences"], f["away_since"]) == (1, 1, None) and f["reruns"] >= 2, f
-    lost = {}
-    for e in events(out):
-        if e["event"] == "rerun":
+    # What each fault cost (pytest -s shows it): the play thrown away, and the time nothing played.
+    seen, starts, lost = events(out), {}, {}
+    for e in seen:
+        if e["event"] == "started":
+            starts[e["task"]] = e["at"]
+        elif e["event"] == "worker-lost":
+            lost["worker"] = sum(e["at"] - starts.get(t, e["at"]) for t in e["tasks"])
+        elif e["event"] == "rerun" and e["why"] != "worker lost":
             lost[e["why"]] = lost.get(e["why"], 0) + (e["lost"] or 0)
-    print(f"\nfault-free {clean:.1f} s; with faults {faulted:.1f} s; scheduler away {f['away']:.1f} s;"
-          f" play lost by cause (s): {json.dumps(lost)}; reruns {f['reruns']}")
+    runs = [e["run"] for e in seen]
+    second = runs.index(runs[-1])  # the first line of the second call
+    idle = next((e["idle"] for e in seen[second:] if e["event"] == "workers-back"), 0.0)
+    print(f"\nfault-free {clean:.1f} s, with faults {faulted:.1f} s; play lost (s): "
+          + ", ".join(f"{k} {v:.1f}" for k, v in lost.items())
+          + f"; the command stopped {seen[second]['at'] - seen[second - 1]['at']:.1f} s; scheduler away"
+            f" {f['away']:.1f} s, then no worker {idle:.1f} s; reruns {f['reruns']}")
 
 
 def test_a_scheduler_that_stays_away_and_a_task_that_fails_end_in_a_line(tmp_path, env):

@@ -56,6 +56,12 @@ def minutes(text: str) -> float:
     return value
 
 
+def address(text: str) -> str:
+    if not re.fullmatch(r"[a-z]+://[^/\s]+:\d+", text):
+        raise argparse.ArgumentTypeError("a scheduler's address is tcp://HOST:PORT")
+    return text
+
+
 def add_cluster(p):
     where = p.add_mutually_exclusive_group()
     where.add_argument("--workers", type=positive, help="local worker processes (default: one a core)")
@@ -352,12 +358,6 @@ def serve_command(args) -> int:
     from . import serve
     serve.serve(args.folders, args.host, args.port, args.poll)
     return 0
-
-
-def address(text: str) -> str:
-    if not re.fullmatch(r"[a-z]+://[^/\s]+:\d+", text):
-        raise argparse.ArgumentTypeError("a scheduler's address is tcp://HOST:PORT")
-    return text
 
 
 def worker_options(p):
