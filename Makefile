@@ -125,7 +125,7 @@ tune-worker:
 	@test -n "$(SCHEDULER)" || (echo "make tune-worker SCHEDULER=tcp://HOST:8786 [WORKERS=N]" >&2; exit 2)
 	@bash tools/setup.sh tune
 	bash tools/match/setup.sh --no-opponents
-	PYTHONPATH=$(abspath tools/tune) dask-worker $(SCHEDULER) --nworkers $(WORKERS) --nthreads 1 --no-dashboard
+	tools/tune/velkor-tune worker $(SCHEDULER) --workers $(WORKERS)
 
 # The fuzz targets for as long as asked: make fuzz FUZZ_SECONDS=600
 FUZZ_SECONDS ?= 300

@@ -23,13 +23,6 @@ TINY = ["--generations", "2", "--population", "4", "--pairs", "1", "--depth", "2
 pytestmark = pytest.mark.skipif(not os.access(ENGINE, os.X_OK), reason="no engine build")
 
 
-@pytest.fixture(scope="module")
-def env(tmp_path_factory):
-    """One engine cache for the module: the bench check runs once."""
-    return {**os.environ, "VELKOR_TUNE_CACHE": str(tmp_path_factory.mktemp("cache")),
-            "PYTHONPATH": str(ROOT / "tools" / "tune")}
-
-
 def start(args, env, **kw):
     return subprocess.Popen([sys.executable, str(TUNE), *map(str, args)], env=env, start_new_session=True,
                             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, **kw)

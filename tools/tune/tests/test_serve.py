@@ -99,6 +99,8 @@ def test_the_page_follows_a_match_to_its_end(served, tmp_path):
     [part] = seen["final"]["sections"]
     assert part["kind"] == "match" and seen["final"]["status"].startswith("ended")
     shown_match(part, json.loads((out / "summary.json").read_text()))
+    # Beside the failures, what the cluster cost: nothing here.
+    assert [part["figures"][k] for k in ("lost-workers", "reruns", "away")] == ["0", "0", "never"]
 
 
 @needs_browser

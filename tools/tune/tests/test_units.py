@@ -5,12 +5,13 @@ import hashlib
 import json
 import os
 import pathlib
+import shutil
 import subprocess
 
 import numpy as np
 import pytest
 
-from velkor_tune import engine, fit, genes, match, pbil, report, spsa, stats
+from velkor_tune import campaigns, engine, fit, genes, match, pbil, report, spsa, stats
 
 ROOT = pathlib.Path(__file__).resolve().parents[3]
 DATA = pathlib.Path(__file__).resolve().parent / "data"
@@ -184,3 +185,26 @@ def test_spsa_schedules_and_step():
     assert (plus[0], minus[0]) == ((5, 0) if delta[0] > 0 else (0, 5))
     # The answer is theta, rounded: never a sampled point.
     assert spsa.answer({"theta": [5.4, 2.6] + [10.0] * (n - 2)}) == genes.encode([5, 3] + [10] * (n - 2))
+
+
+def test_what_the_cluster_cost_a_campaign(tmp_path):
+    # A result that arrived twice counts once on the page.
+    shutil.copytree(ROOT / "tuning" / "fit1" / "clock-4+0.04", tmp_path / "m")
+    lines = (tmp_path / "m" / "results.jsonl").read_text().splitlines(keepends=True)
+    (tmp_path / "m" / "results.jsonl").write_text("".join(lines[:3] + lines[2:]))
+    summary = json.loads((tmp_path / "m" / "summary.json").read_text())
+    # A worker lost, its task begun again; the scheduler gone for 4 s; a call
+    # killed while it waited for the scheduler, the next one 30 s later; then no worker.
+    events = [(0, "started", {"task": 0}), (10, "worker-lost", {"worker": "w", "tasks": [0]}),
+              (11, "rerun", {"task": 0, "why": "worker lost", "lost": 10.0}), (11, "started", {"task": 0}),
+              (20, "scheduler-lost", {}), (24, "scheduler-back", {"away": 4.0}),
+              (25, "rerun", {"task": 0, "why": "scheduler lost", "lost": 5.5}), (30, "scheduler-lost", {}),
+              (60, "rerun", {"task": 0, "why": "an earlier call stopped", "lost": None}),
+              (70, "no-workers", {"since": 65, "lend": "make tune-worker SCHEDULER=tcp://h:1"})]
+    (tmp_path / "m" / "events.jsonl").write_text("".join(json.dumps({"at": at, "event": kind, **fields}) + "\n"
+                                                         for at, kind, fields in events))
+    [part] = campaigns.parts(tmp_path / "m")
+    assert [part[k] for k in ("wins", "draws", "losses", "penta")] == [summary[k] for k in
+                                                                       ("wins", "draws", "losses", "penta")]
+    assert part["faults"] == {"lost_workers": 1, "reruns": 3, "lost_play": 15.5, "absences": 2, "away": 34.0,
+                              "away_since": None, "idle_since": 65, "lend": "make tune-worker SCHEDULER=tcp://h:1"}

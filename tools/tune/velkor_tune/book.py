@@ -163,12 +163,12 @@ def start(out: pathlib.Path, settings: dict) -> dict:
     return settings
 
 
-def make(client, out: pathlib.Path, settings: dict) -> str:
+def make(cluster, out: pathlib.Path, settings: dict) -> str:
     """Runs tasks until the first ones hold `positions` distinct positions,
     then writes OUT/book.epd; returns a line of counts."""
     s = start(out, settings)
     want = s["positions"]
-    workers = max(1, len(client.scheduler_info()["workers"]))
+    workers = max(1, cluster.workers())
     task = lambda k: {"index": k, **{f: s.get(f) for f in ("seed", "plies", "band", "edge", "teacher", "teacher_depth")}}
     done, started = {}, time.monotonic()
     while len(distinct(prefix(done))) < want:
@@ -182,7 +182,7 @@ def make(client, out: pathlib.Path, settings: dict) -> str:
         more = math.ceil(1.1 * (want - have) / (rate * LINES_PER_TASK)) + workers
         last = max(recorded, default=-1)
         work = [task(k) for k in todo + list(range(last + 1, last + 1 + max(0, more - len(todo))))]
-        done = tasks.play(client, out, [task(k) for k in recorded] + work, (), progress, name="book",
+        done = tasks.play(cluster, out, [task(k) for k in recorded] + work, (), progress, name="book",
                           key=lambda t: t["index"], same=("plies", "band", "edge", "teacher_depth", "seed"),
                           function=make_lines, units=lambda r: len(r["kept"]), failed=lambda r: 0,
                           enough=lambda d: len(distinct(prefix(d))) >= want)

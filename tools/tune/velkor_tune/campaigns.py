@@ -12,7 +12,8 @@ import time
 
 from . import book, genes, pbil, positions, records, report, review, spsa, stats, verify
 from .positions import POSITIONS, SETTINGS as POSITIONS_SETTINGS
-from .runfolder import RESULTS, STATE, read_results
+from .runfolder import RESULTS, STATE, read_lines, read_results
+from .tasks import EVENTS
 
 SKIPPED = {"pgn", "logs", "games"}  # folders of games and transcripts: no campaign's figures
 PART = re.compile(r"chunk-(\d+)-of-(\d+)-depth-\d+\.txt$")
@@ -78,6 +79,34 @@ def workers(played: list[dict]) -> list[dict]:
     return sorted(rows.values(), key=lambda w: w["worker"])
 
 
+def faults(events: list[dict]) -> dict:
+    """What the cluster cost a part, from its events.jsonl: workers lost,
+    tasks begun again and the play their lost attempts had done (where
+    known), the scheduler's absences and how long they lasted (one still
+    open: since when), and since when no worker has served, if none does."""
+    f = {"lost_workers": 0, "reruns": 0, "lost_play": 0.0, "absences": 0, "away": 0.0, "away_since": None,
+         "idle_since": None, "lend": None}
+    for e in events:
+        kind, at = e.get("event"), e.get("at", 0)
+        if f["away_since"] is not None and kind != "scheduler-lost":  # a call after one stopped while it waited
+            f["away"] += e.get("away", at - f["away_since"]) if kind in ("scheduler-back", "scheduler-gave-up") \
+                else at - f["away_since"]
+            f["away_since"] = None
+        if kind == "worker-lost":
+            f["lost_workers"] += 1
+        elif kind == "rerun":
+            f["reruns"] += 1
+            f["lost_play"] += e.get("lost") or 0
+        elif kind == "scheduler-lost":
+            f["absences"] += 1
+            f["away_since"] = at
+        elif kind == "no-workers":
+            f["idle_since"], f["lend"] = e.get("since", at), e.get("lend")
+        elif kind in ("workers-back", "started"):
+            f["idle_since"] = None
+    return f
+
+
 def match_part(folder: pathlib.Path, played: list[dict]) -> dict:
     settings = read_json(folder / verify.SETTINGS) if (folder / verify.SETTINGS).exists() else {}
     summary = read_json(folder / verify.SUMMARY) if (folder / verify.SUMMARY).exists() else None
@@ -139,6 +168,8 @@ def label_parts(folder: pathlib.Path) -> list[dict]:
         parts.append({"kind": "labels", "final": whole, "file": name, "positions": positions, "chunks": len(found),
                       "total_chunks": total, "rate": per_minute,
                       "left": 0 if whole else (remaining / per_minute * 60 if per_minute else None)})
+        if (chunks / EVENTS).exists():
+            parts[-1]["faults"] = faults(read_lines(chunks / EVENTS, repair=False))
     return parts
 
 
@@ -224,7 +255,7 @@ def parts(folder: pathlib.Path) -> list[dict]:
         return []
     if (folder / review.SETTINGS).exists():
         return guarded("review", lambda: review_part(folder))
-    played = read_results(folder, repair=False)
+    played = records.once(read_results(folder, repair=False))
     if (folder / STATE).exists():
         found = guarded("run", lambda: run_part(read_json(folder / STATE)))
     elif (folder / POSITIONS_SETTINGS).exists():
@@ -235,6 +266,10 @@ def parts(folder: pathlib.Path) -> list[dict]:
         found = []
     if found and played and "error" not in found[0]:
         found[0]["workers"] = guarded("workers", lambda: [workers(played)])[0]
+    if found and (folder / EVENTS).exists() and "error" not in found[0]:
+        found[0]["faults"] = f = guarded("faults", lambda: [faults(read_lines(folder / EVENTS, repair=False))])[0]
+        if "left" in found[0] and (f.get("away_since") or f.get("idle_since")):
+            found[0]["left"] = None  # nothing plays: no time left to tell
     return found + guarded("labels", lambda: label_parts(folder)) + guarded("fit", lambda: fit_parts(folder))
 
 

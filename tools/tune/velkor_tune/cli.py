@@ -2,14 +2,16 @@
 way back after an interrupt in the table COMMANDS."""
 import argparse
 import datetime
+import os
 import pathlib
+import re
 import shlex
 import signal
 import sys
 from dataclasses import dataclass
 from typing import Callable
 
-from . import book, cluster, engine, genes, label, match, pbil, spsa
+from . import book, cluster as clusters, engine, genes, label, match, pbil, spsa, tasks
 from .runfolder import REPO, from_top
 
 RELEASE = REPO / "build" / "release" / "velkor"
@@ -47,10 +49,26 @@ def positive(text: str) -> int:
     return value
 
 
+def minutes(text: str) -> float:
+    value = float(text)
+    if not value >= 0:
+        raise argparse.ArgumentTypeError("needs minutes, 0 or more")
+    return value
+
+
+def address(text: str) -> str:
+    if not re.fullmatch(r"[a-z]+://[^/\s]+:\d+", text):
+        raise argparse.ArgumentTypeError("a scheduler's address is tcp://HOST:PORT")
+    return text
+
+
 def add_cluster(p):
     where = p.add_mutually_exclusive_group()
     where.add_argument("--workers", type=positive, help="local worker processes (default: one a core)")
-    where.add_argument("--scheduler", metavar="tcp://HOST:PORT", help="the Dask scheduler of a cluster")
+    where.add_argument("--scheduler", type=address, metavar="tcp://HOST:PORT", help="the Dask scheduler of a cluster")
+    p.add_argument("--scheduler-wait", type=minutes, metavar="MINUTES",
+                   help="how long to wait for the scheduler when it has gone, before stopping with the command"
+                        f" that carries on (default {clusters.WAIT_MINUTES:g})")
 
 
 def add_games(p, book_default="the driver's opening lines"):
@@ -100,7 +118,7 @@ def verify_hint(text: str) -> str:
 
 
 def connect(args):
-    return cluster.connect(args.workers, args.scheduler)
+    return clusters.connect(args.workers, args.scheduler, args.scheduler_wait)
 
 
 # The commands, each a function of its parsed options.
@@ -138,8 +156,8 @@ def resume_options(p):
 
 def resume_command(args) -> int:
     from . import report, run
-    with connect(args) as client:
-        state = run.carry_on(args.out, client)
+    with connect(args) as cluster:
+        state = run.carry_on(args.out, cluster)
     print(report.summary(args.out))
     print(verify_hint(pbil.consensus(state["probabilities"])))
     return 0
@@ -166,8 +184,8 @@ def spsa_command(args) -> int:
         settings.update(depth=args.depth or (None if args.tc else DEPTH), tc=args.tc,
                         random_plies=random_plies(args, spsa.DEFAULTS["random_plies"]), **book_settings(args))
         spsa.write_theta(args.out, spsa.start(args.out, settings, args.engine))
-    with connect(args) as client:
-        state = spsa.carry_on(args.out, client)
+    with connect(args) as cluster:
+        state = spsa.carry_on(args.out, cluster)
     print((args.out / spsa.THETA).read_text())
     print(verify_hint(spsa.answer(state)))
     return 0
@@ -189,8 +207,8 @@ def verify_command(args) -> int:
     from .verify import verify
     tc = None if args.depth else (args.tc or VERIFY_TC)
     args.out = args.out or REPO / "build" / "tune" / datetime.datetime.now().strftime("verify-%Y%m%d-%H%M%S")
-    with connect(args) as client:
-        result = verify(client, args.genes, args.base, args.games, args.depth, tc, args.seed,
+    with connect(args) as cluster:
+        result = verify(cluster, args.genes, args.base, args.games, args.depth, tc, args.seed,
                         args.engine, args.sprt, args.out, args.min_games, random_plies(args, VERIFY_LINE_PLIES),
                         args.book)
     print(result["text"])
@@ -216,8 +234,8 @@ def positions_command(args) -> int:
     settings = {"games": args.games, "depth": args.depth or POSITIONS_DEPTH,
                 "random_plies": random_plies(args, POSITIONS_PLIES), "seed": args.seed, "genes": args.genes,
                 **{k: v for k, v in book_settings(args).items() if k == "book"}}
-    with connect(args) as client:
-        print(positions.play(client, args.out, settings, args.engine))
+    with connect(args) as cluster:
+        print(positions.play(cluster, args.out, settings, args.engine))
     print(f"label them: velkor-tune label {args.out / positions.POSITIONS}")
     return 0
 
@@ -232,8 +250,8 @@ def label_options(p):
 
 def label_command(args) -> int:
     out = args.out or args.positions.with_suffix(".labelled.txt")
-    with connect(args) as client:
-        print(label.label(client, args.positions, out, args.teacher, args.teacher_depth))
+    with connect(args) as cluster:
+        print(label.label(cluster, args.positions, out, args.teacher, args.teacher_depth))
     print(f"fit the weights to them: velkor-tune fit {out}")
     return 0
 
@@ -275,8 +293,8 @@ def book_command(args) -> int:
     settings = {"positions": args.positions, "plies": args.plies, "band": None if args.edge else args.band,
                 "edge": list(args.edge) if args.edge else None, "teacher": args.teacher,
                 "teacher_depth": args.teacher_depth, "seed": args.seed}
-    with connect(args) as client:
-        print(book.make(client, args.out, settings))
+    with connect(args) as cluster:
+        print(book.make(cluster, args.out, settings))
     print(f"play from it: velkor-tune verify STRING --book {args.out / book.EPD}")
     return 0
 
@@ -293,8 +311,8 @@ def review_options(p):
 def review_command(args) -> int:
     from . import review
     depth = args.depth or review.defaults()["depth"]
-    with connect(args) as client:
-        print(review.review(client, args.games, args.out, args.engine, depth, args.pbil))
+    with connect(args) as cluster:
+        print(review.review(cluster, args.games, args.out, args.engine, depth, args.pbil))
     return 0
 
 
@@ -359,6 +377,17 @@ def serve_command(args) -> int:
     return 0
 
 
+def worker_options(p):
+    p.add_argument("scheduler", type=address, metavar="tcp://HOST:PORT", help="the cluster's scheduler")
+    p.add_argument("--workers", type=positive, default=os.cpu_count() or 1,
+                   help="worker processes of one thread (default: one a core, %(default)s)")
+
+
+def worker_command(args) -> int:
+    clusters.lend(args.scheduler, args.workers)
+    return 0
+
+
 def again(args, argv: list[str]) -> str:
     """The same command line, which carries on what is recorded, with the
     folder it wrote to when it chose one itself."""
@@ -394,6 +423,8 @@ COMMANDS = {
     "fit": Command("weights fitted to labelled positions (Texel's method)", fit_options, fit_command),
     "texel": Command("weights fitted to the positions of a run's games, for --start", texel_options, texel_command),
     "report": Command("plots and summary of a PBIL run", report_options, report_command),
+    "worker": Command("lend this machine's cores to a cluster's scheduler, through its restarts", worker_options,
+                      worker_command),
     "serve": Command("a live page of every campaign in the folders, on this machine's browser", serve_options,
                      serve_command),
 }
@@ -416,7 +447,8 @@ def check_driver(command: Command, args) -> None:
     machine: for games played here (a cluster's workers have their own) and for
     positions read from games. Missing, the command ends with what to run
     rather than with Node's stack trace from the middle of a run."""
-    if not ((command.plays and not getattr(args, "scheduler", None)) or args.command in ("positions", "texel")):
+    here = command.plays and not getattr(args, "scheduler", None)
+    if not (here or args.command in ("positions", "texel", "worker")):
         return
     from shutil import which
     if which("node") is None:
@@ -440,9 +472,18 @@ def main(argv=None) -> int:
         check_driver(command, args)
         return command.run(args)
     except KeyboardInterrupt:
-        back = command.back(args, argv) if command.back else None
-        print("\nstopped" + (f"; carry on with: {back}" if back else ""), file=sys.stderr)
+        print("\nstopped" + carry_on(command, args, argv), file=sys.stderr)
         return 130
     except (engine.EngineRefused, OSError, ValueError) as error:
         print(f"velkor-tune: {error}", file=sys.stderr)
         return 1
+    except (clusters.Gone, tasks.TaskFailed) as error:
+        print(f"velkor-tune: {error}{carry_on(command, args, argv)}", file=sys.stderr)
+        return 1
+    except Exception as error:  # never a traceback: what happened, and the way back
+        print(f"velkor-tune: {tasks.one_line(error)}{carry_on(command, args, argv)}", file=sys.stderr)
+        return 1
+
+
+def carry_on(command: Command, args, argv: list[str]) -> str:
+    return f"; carry on with: {command.back(args, argv)}" if command.back else ""

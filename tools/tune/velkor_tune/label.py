@@ -7,6 +7,7 @@ each a Dask task; a finished chunk is written to OUT.parts/ at once, so that
 a second call labels only the chunks still missing. The labelled file has
 lines "FEN;R;T", T the teacher's expected score for White, (W + D/2) / 1000.
 """
+import contextlib
 import pathlib
 import subprocess
 
@@ -29,8 +30,11 @@ class Teacher:
             self.send(f"setoption name {name} value {value}")
 
     def send(self, line: str):
-        self.process.stdin.write(line + "\n")
-        self.process.stdin.flush()
+        try:
+            self.process.stdin.write(line + "\n")
+            self.process.stdin.flush()
+        except BrokenPipeError:
+            raise RuntimeError(f"the teacher ended (exit {self.process.wait()})") from None
 
     def until(self, word: str) -> list[str]:
         """The lines before the one that starts with `word`, which is kept in `last`."""
@@ -92,7 +96,7 @@ def part_name(k: int, chunks: int, depth: int) -> str:
     return f"chunk-{k:05d}-of-{chunks:05d}-depth-{depth}.txt"
 
 
-def label(client, positions: pathlib.Path, out: pathlib.Path, teacher: str, depth: int) -> str:
+def label(cluster, positions: pathlib.Path, out: pathlib.Path, teacher: str, depth: int) -> str:
     lines = [l for l in positions.read_text().splitlines() if l.strip()]
     parts = parts_folder(out)
     chunks = [lines[k:k + CHUNK] for k in range(0, len(lines), CHUNK)]
@@ -103,10 +107,12 @@ def label(client, positions: pathlib.Path, out: pathlib.Path, teacher: str, dept
         return f"{len(lines)} positions labelled already: {out}"
     parts.mkdir(parents=True, exist_ok=True)
     progress = tasks.Progress(len(lines), len(lines) - sum(len(chunks[k]) for k in todo), unit="positions")
-    for k, done in tasks.as_done(client, label_chunk, [(k, chunks[k]) for k in todo], teacher, depth, name="label"):
-        write_atomically(name(k), "".join(l + "\n" for l in done))
-        progress.add(len(chunks[k]))
-        progress.say(f"chunk {k + 1}/{len(chunks)}: " + progress.line())
+    with contextlib.closing(tasks.as_done(cluster, label_chunk, [(k, chunks[k]) for k in todo], teacher, depth,
+                                          name="label", ids=todo, journal=parts / tasks.EVENTS)) as results:
+        for k, done in results:
+            write_atomically(name(k), "".join(l + "\n" for l in done))
+            progress.add(len(chunks[k]))
+            progress.say(f"chunk {k + 1}/{len(chunks)}: " + progress.line())
     kept = [l for k in range(len(chunks)) for l in name(k).read_text().splitlines()]
     write_atomically(out, "".join(l + "\n" for l in kept))
     return f"{len(kept)} of {len(lines)} positions labelled by {teacher} at depth {depth}: {out}"

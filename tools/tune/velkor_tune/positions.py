@@ -40,7 +40,7 @@ def game_tasks(settings: dict, digest: str, book_name=None) -> list[dict]:
             for k, first in enumerate(range(0, pairs, match.PAIRS_PER_TASK))]
 
 
-def play(client, out: pathlib.Path, settings: dict, engine_path) -> str:
+def play(cluster, out: pathlib.Path, settings: dict, engine_path) -> str:
     """Plays the games still to play, then writes OUT/positions.txt; returns
     a line of counts."""
     out.mkdir(parents=True, exist_ok=True)
@@ -61,7 +61,7 @@ def play(client, out: pathlib.Path, settings: dict, engine_path) -> str:
     for t in work:
         if t["index"] not in recorded:  # games of a task stopped before its line was written
             pgn(t).unlink(missing_ok=True)
-    tasks.play(client, out, work, (data, book_bytes), tasks.Progress(settings["games"]), name="positions",
+    tasks.play(cluster, out, work, (data, book_bytes), tasks.Progress(settings["games"]), name="positions",
                key=lambda t: t["index"], pgn=pgn)
     if not (recorded >= {t["index"] for t in work} and (out / POSITIONS).exists()):
         count = extract(sorted(pgn_folder.glob("*.pgn")), out / POSITIONS)

@@ -20,6 +20,22 @@ def failures(record: dict) -> int:
     return sum(record["failures"].values()) + sum(record["base_failures"].values())
 
 
+# What names a task: the fields of its inputs that tell it from the others.
+TASK = ("generation", "candidate", "batch", "task", "index", "pair_offset", "genes", "base", "seed")
+
+
+def once(records: list[dict]) -> list[dict]:
+    """The first record of each task, as the commands count them: a result
+    that arrived twice (two calls on one folder at once) counts once."""
+    seen, out = set(), []
+    for r in records:
+        name = repr([r.get(f) for f in TASK])
+        if name not in seen:
+            seen.add(name)
+            out.append(r)
+    return out
+
+
 def add_counts(into: dict, counts: dict):
     for kind, n in counts.items():
         into[kind] = into.get(kind, 0) + n

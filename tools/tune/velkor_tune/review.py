@@ -10,6 +10,7 @@ OUT/annotated.pgn  the games in the file's order, annotated, their headers kept
 OUT/summary.json   a list in game order: white and black, each with accuracy,
                    inaccuracies, mistakes and blunders
 """
+import contextlib
 import hashlib
 import json
 import pathlib
@@ -99,7 +100,7 @@ def mean(values):
     return round(sum(values) / len(values), 1) if values else None
 
 
-def review(client, games_file: pathlib.Path, out: pathlib.Path, engine_path, depth: int, pbil: str | None) -> str:
+def review(cluster, games_file: pathlib.Path, out: pathlib.Path, engine_path, depth: int, pbil: str | None) -> str:
     text = pathlib.Path(games_file).read_text(encoding="utf-8", errors="replace")
     games = split_games(text)
     if not games:
@@ -119,13 +120,17 @@ def review(client, games_file: pathlib.Path, out: pathlib.Path, engine_path, dep
     progress = tasks.Progress(len(games), len(games) - len(todo), unit="games")
     if len(todo) < len(games):
         progress.say(f"{len(games) - len(todo)} of {len(games)} games reviewed in {out} already")
-    for record in tasks.as_done(client, review_game, todo, data, settings, name="review"):
-        write_atomically(game_file(out, record["game"]), json.dumps(record) + "\n")
-        failed = "error" in record
-        progress.add(1, 1 if failed else 0)
-        progress.say(f"game {record['game']}: " + (f"not reviewed: {record['error']}" if failed else
-                     f"{record['white']} {record['summary']['white']['accuracy']} %, "
-                     f"{record['black']} {record['summary']['black']['accuracy']} %") + "; " + progress.line())
+    # Each game once, through whatever the cluster loses on the way; the
+    # events of the cluster go to the folder's journal, for the campaign page.
+    with contextlib.closing(tasks.as_done(cluster, review_game, todo, data, settings, name="review",
+                                          ids=[n for n, _ in todo], journal=out / tasks.EVENTS)) as results:
+        for record in results:
+            write_atomically(game_file(out, record["game"]), json.dumps(record) + "\n")
+            failed = "error" in record
+            progress.add(1, 1 if failed else 0)
+            progress.say(f"game {record['game']}: " + (f"not reviewed: {record['error']}" if failed else
+                         f"{record['white']} {record['summary']['white']['accuracy']} %, "
+                         f"{record['black']} {record['summary']['black']['accuracy']} %") + "; " + progress.line())
     records = [json.loads(game_file(out, n).read_text()) for n in range(1, len(games) + 1)]
     write_atomically(out / ANNOTATED, "\n".join(r["pgn"] for r in records if "pgn" in r))
     entries = [summary_entry(r) for r in records]

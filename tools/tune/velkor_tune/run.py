@@ -62,7 +62,7 @@ def write_best(out: pathlib.Path, state: dict):
     write_atomically(out / BEST, "\n".join(lines) + "\n")
 
 
-def play_generation(client, out, state, generation, inputs: tuple, progress) -> list[dict]:
+def play_generation(cluster, out, state, generation, inputs: tuple, progress) -> list[dict]:
     """Every candidate's mini-match of one generation, reusing recorded ones."""
     s = state["settings"]
     strings, opening_seed = candidates(state, generation)
@@ -82,7 +82,7 @@ def play_generation(client, out, state, generation, inputs: tuple, progress) -> 
 
     pgn_folder = out / "pgn"
     pgn_folder.mkdir(exist_ok=True)
-    done = tasks.play(client, out, work, inputs, progress, name=f"pbil-g{generation}",
+    done = tasks.play(cluster, out, work, inputs, progress, name=f"pbil-g{generation}",
                       key=lambda t: (t["generation"], t["candidate"]), same=("genes",),
                       pgn=lambda r: pgn_folder / f"generation-{generation + 1:03d}.pgn", after=after)
     return [done[(generation, i)] for i in range(len(strings))]
@@ -110,7 +110,7 @@ def close_generation(state, generation, played: list[dict]) -> dict:
             "history": state["history"] + [entry], "best": best}
 
 
-def carry_on(out: pathlib.Path, client) -> dict:
+def carry_on(out: pathlib.Path, cluster) -> dict:
     """Plays the generations still to play; returns the final state."""
     state = load_state(out)
     inputs = (kept_engine(out, state), kept_book(state["settings"]))
@@ -120,7 +120,7 @@ def carry_on(out: pathlib.Path, client) -> dict:
     progress = tasks.Progress(s["generations"] * s["population"] * 2 * s["pairs"], sum(h["games"] for h in history),
                               sum(h["failures"] for h in history))
     for generation in range(state["generation"], s["generations"]):
-        played = play_generation(client, out, state, generation, inputs, progress)
+        played = play_generation(cluster, out, state, generation, inputs, progress)
         state = close_generation(state, generation, played)
         write_json(out / STATE, state)
         write_best(out, state)

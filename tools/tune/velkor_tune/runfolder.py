@@ -74,11 +74,10 @@ def write_json(path: pathlib.Path, value):
     write_atomically(path, json.dumps(value, indent=1) + "\n")
 
 
-def read_results(out: pathlib.Path, repair: bool = True) -> list[dict]:
-    """The recorded lines. A last line cut short by a kill is dropped, and from
-    the file too unless `repair` is off (a reader that only looks), so that
-    appending goes on after whole lines."""
-    path = out / RESULTS
+def read_lines(path: pathlib.Path, repair: bool = True) -> list[dict]:
+    """The whole lines of a file of JSON objects, one a line. A last line cut
+    short by a kill is dropped, and from the file too unless `repair` is off
+    (a reader that only looks), so that appending goes on after whole lines."""
     if not path.exists():
         return []
     records, good = [], 0
@@ -98,8 +97,17 @@ def read_results(out: pathlib.Path, repair: bool = True) -> list[dict]:
     return records
 
 
-def append_result(out: pathlib.Path, record: dict):
-    with open(out / RESULTS, "a") as f:
+def read_results(out: pathlib.Path, repair: bool = True) -> list[dict]:
+    """The recorded lines of a folder."""
+    return read_lines(out / RESULTS, repair)
+
+
+def append_line(path: pathlib.Path, record: dict):
+    with open(path, "a") as f:
         f.write(json.dumps(record, separators=(",", ":")) + "\n")
         f.flush()
         os.fsync(f.fileno())
+
+
+def append_result(out: pathlib.Path, record: dict):
+    append_line(out / RESULTS, record)

@@ -138,7 +138,7 @@ def plot(out: pathlib.Path, state: dict):
     plt.close(fig)
 
 
-def carry_on(out: pathlib.Path, client) -> dict:
+def carry_on(out: pathlib.Path, cluster) -> dict:
     """Plays the batches still to play; returns the final state."""
     state = load_state(out)
     total = batches(state["settings"])
@@ -147,7 +147,7 @@ def carry_on(out: pathlib.Path, client) -> dict:
     progress = tasks.Progress(total * games_per_batch(state["settings"]), state["games"], state["failures"])
     while state["batch"] < total:
         work = batch_tasks(state, state["batch"])
-        done = tasks.play(client, out, work, inputs, progress, name=f"spsa-b{state['batch']}",
+        done = tasks.play(cluster, out, work, inputs, progress, name=f"spsa-b{state['batch']}",
                           key=lambda t: (t["batch"], t["task"]), same=("genes", "base"))
         state = apply_batch(state, list(done.values()))
         write_json(out / STATE, state)

@@ -37,7 +37,7 @@ def summary(totals: records.Totals, task: dict, bounds, minutes: float) -> dict:
     return s
 
 
-def verify(client, genes_text, base, games, depth, tc, seed, engine_path, bounds, out: pathlib.Path,
+def verify(cluster, genes_text, base, games, depth, tc, seed, engine_path, bounds, out: pathlib.Path,
            min_games: int = 0, random_plies: int = 0, book=None) -> dict:
     """The match, from the openings of `book` (a file the driver reads) or
     from the driver's own opening lines."""
@@ -68,7 +68,7 @@ def verify(client, genes_text, base, games, depth, tc, seed, engine_path, bounds
     key = lambda t: t["pair_offset"]
     # A folder that holds games of the same match already: they count, and
     # only the pairs not yet recorded are played.
-    done = tasks.play(client, out, work, (data, book_bytes), progress, name="verify", key=key, same=SAME_MATCH,
+    done = tasks.play(cluster, out, work, (data, book_bytes), progress, name="verify", key=key, same=SAME_MATCH,
                       pgn=lambda r: out / "games.pgn", after=after, enough=enough)
     # The minutes of every call that played this match.
     minutes = (time.monotonic() - started) / 60

@@ -109,6 +109,25 @@ function failuresText(kinds) {
   return list.length ? list.map(([k, n]) => `${k} ${n}`).join(', ') : 'none';
 }
 
+// What the cluster cost a part, beside its failures: workers lost, tasks
+// begun again (and the play their lost attempts had done), the scheduler's
+// absences; and a line while no worker serves, with the command that lends one.
+function faultFigures(f) {
+  if (!f) return [];
+  const times = (n) => `${n} time${n === 1 ? '' : 's'}`;
+  const away = f.away_since ? `away since ${new Date(f.away_since * 1000).toLocaleTimeString()}${f.absences > 1 ? ` (${times(f.absences)})` : ''}`
+    : f.absences ? `${times(f.absences)}, ${clock(f.away)}` : 'never';
+  return [['lost workers', 'lost-workers', f.lost_workers],
+    ['reruns', 'reruns', f.reruns ? `${f.reruns} (${clock(f.lost_play)} lost)` : '0'],
+    ['scheduler away', 'away', away]];
+}
+
+function idleNote(f) {
+  if (!f?.idle_since) return null;
+  return el('p', { class: 'error', 'data-figure': 'idle' }, `no worker since ${new Date(f.idle_since * 1000).toLocaleTimeString()}: lend one with `,
+    el('code', { text: f.lend }));
+}
+
 const draw = {
   match(p) {
     const verdict = p.sprt ? p.sprt.verdict : null;
@@ -124,8 +143,10 @@ const draw = {
         ['games a minute', 'rate', fixed(p.rate, 1)],
         ['time left', 'left', p.final ? 'ended' : clock(p.left)],
         ['failures', 'failures', failuresText(p.kinds)],
+        ...faultFigures(p.faults),
         ['limit', 'limit', p.limit],
       ]),
+      idleNote(p.faults),
       p.total ? progress(p.games, p.total) : null,
       copyable(p.block, 'block'),
       el('p', { class: 'genes' }, 'tested ', el('code', { text: p.genes }), el('br'), 'base ', el('code', { text: p.base })),
@@ -135,7 +156,9 @@ const draw = {
     return [
       figures([['games', 'games', `${p.games} of ${p.total}`], ['tasks', 'tasks', `${p.tasks} of ${p.total_tasks}`],
         ['positions', 'positions', p.positions ?? '—'], ['games a minute', 'rate', fixed(p.rate, 1)],
-        ['time left', 'left', p.final ? 'ended' : clock(p.left)], ['failures', 'failures', p.failures], ['limit', 'limit', p.limit]]),
+        ['time left', 'left', p.final ? 'ended' : clock(p.left)], ['failures', 'failures', p.failures],
+        ...faultFigures(p.faults), ['limit', 'limit', p.limit]]),
+      idleNote(p.faults),
       progress(p.games, p.total),
     ];
   },
@@ -143,7 +166,9 @@ const draw = {
     return [
       figures([['file', 'file', p.file], ['positions labelled', 'positions', p.positions],
         ['chunks', 'chunks', p.total_chunks ? `${p.chunks} of ${p.total_chunks}` : '—'],
-        ['positions a minute', 'rate', fixed(p.rate, 0)], ['time left', 'left', p.final ? 'ended' : clock(p.left)]]),
+        ['positions a minute', 'rate', fixed(p.rate, 0)], ['time left', 'left', p.final ? 'ended' : clock(p.left)],
+        ...faultFigures(p.faults)]),
+      idleNote(p.faults),
       p.total_chunks ? progress(p.chunks, p.total_chunks) : null,
     ];
   },
@@ -178,7 +203,8 @@ const draw = {
     })) : null;
     return [
       figures([['generation', 'generation', `${p.generation} of ${p.generations}`], ['games', 'games', p.games],
-        ['entropy', 'entropy', fixed(p.entropy, 3)], ['limit', 'limit', p.limit]]),
+        ['entropy', 'entropy', fixed(p.entropy, 3)], ...faultFigures(p.faults), ['limit', 'limit', p.limit]]),
+      idleNote(p.faults),
       progress(p.generation, p.generations),
       el('p', { class: 'genes' }, 'the vector\'s answer ', el('code', { 'data-figure': 'genes', text: p.genes })),
       weightsTable(genes, [['expected', p.expected.map((v) => fixed(v, 1))], ['default', genes.defaults]]),
@@ -201,7 +227,8 @@ const draw = {
     const c = p.c[p.c.length - 1];
     return [
       figures([['batch', 'batch', `${p.batch} of ${p.batches}`], ['games', 'games', p.games], ['failures', 'failures', p.failures],
-        ['c now', 'c', fixed(c, 2)], ['limit', 'limit', p.limit]]),
+        ...faultFigures(p.faults), ['c now', 'c', fixed(c, 2)], ['limit', 'limit', p.limit]]),
+      idleNote(p.faults),
       progress(p.batch, p.batches),
       el('p', { class: 'genes' }, 'θ now ', el('code', { 'data-figure': 'genes', text: p.genes })),
       weightsTable(genes, [['start', start.map((v) => fixed(v, 1))], ['θ', p.theta.map((v) => fixed(v, 1))],
