@@ -8,6 +8,7 @@ a new game begins with `ucinewgame`, which clears the engine's table, so a
 kept engine plays the same games as a new one.
 """
 import atexit
+import dataclasses
 import hashlib
 import json
 import os
@@ -35,6 +36,31 @@ TUNING_PV_SAMPLE = 4
 # every pv checked, as the tuner first played: bench/match.py's baseline.
 PER_TASK = "VELKOR_TUNE_DRIVER_PER_TASK"
 RESIGN_MOVES, RESIGN_CP = 4, 1000
+
+
+@dataclasses.dataclass(frozen=True)
+class MatchTask:
+    """A mini-match as every command builds it: `genes` against `base` over
+    `pairs` pairs of openings from `pair_offset` of the seed's order, at a
+    depth or a clock, from a book (its travel name) or the driver's lines,
+    with `random_plies` after each opening and the pvs of every `pv_sample`th
+    search checked. The fields every task has, given once."""
+    genes: str
+    base: str
+    pairs: int
+    depth: int | None
+    tc: str | None
+    seed: int
+    engine_hash: str
+    pair_offset: int = 0
+    random_plies: int = 0
+    book: str | None = None
+    pv_sample: int = TUNING_PV_SAMPLE
+
+    def as_dict(self, **tags) -> dict:
+        """The task as it travels to a worker and is recorded, with the
+        command's own tags (a generation and candidate, a batch, an index)."""
+        return {**tags, **dataclasses.asdict(self)}
 
 
 def book(path) -> tuple[bytes, str, bool]:
@@ -65,15 +91,13 @@ def book_path(data: bytes, name: str) -> pathlib.Path:
 
 def driver_args(task: dict, engine_path, pgn, result_json, book_file=None) -> list[str]:
     """The driver's options for the task's games, from the driver's opening
-    lines or from `book_file`. A task may add `random_plies` (random moves after
-    each opening, for self-play positions) and `pv_sample` (the pvs of every
-    Nth search checked; 1, all, unless given)."""
+    lines or from `book_file` (a MatchTask's dict)."""
     limit = ["--depth", str(task["depth"])] if task.get("depth") else ["--tc", task["tc"]]
     openings = ["--openings", str(book_file)] if book_file else []
     return ["--engine", str(engine_path), "--pbil", task["genes"], *openings,
             "--opponents", f"velkor:{task['base']}", "--games", str(2 * task["pairs"]), *limit,
-            "--seed", str(task["seed"]), "--pair-offset", str(task.get("pair_offset", 0)),
-            "--random-plies", str(task.get("random_plies", 0)), "--pv-sample", str(task.get("pv_sample", 1)),
+            "--seed", str(task["seed"]), "--pair-offset", str(task["pair_offset"]),
+            "--random-plies", str(task["random_plies"]), "--pv-sample", str(task["pv_sample"]),
             "--no-compliance", "--concurrency", "1", "--option", f"Hash={HASH_MB}",
             "--resign-moves", str(RESIGN_MOVES), "--resign-score", str(RESIGN_CP),
             "--pgn", str(pgn), "--json", str(result_json)]

@@ -32,11 +32,9 @@ def extract(pgn_files, out_file: pathlib.Path) -> str:
 
 def game_tasks(settings: dict, digest: str, book_name=None) -> list[dict]:
     pairs = settings["games"] // 2
-    return [{"index": k, "genes": settings["genes"], "base": settings["genes"], "depth": settings["depth"],
-             "tc": None, "seed": settings["seed"], "pair_offset": first, "random_plies": settings["random_plies"],
-             "book": book_name,
-             "pairs": min(match.PAIRS_PER_TASK, pairs - first), "pv_sample": match.TUNING_PV_SAMPLE,
-             "engine_hash": digest}
+    return [match.MatchTask(genes=settings["genes"], base=settings["genes"], pairs=min(match.PAIRS_PER_TASK, pairs - first),
+                            depth=settings["depth"], tc=None, seed=settings["seed"], engine_hash=digest,
+                            pair_offset=first, random_plies=settings["random_plies"], book=book_name).as_dict(index=k)
             for k, first in enumerate(range(0, pairs, match.PAIRS_PER_TASK))]
 
 

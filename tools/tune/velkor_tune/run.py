@@ -19,7 +19,7 @@ import pathlib
 
 import numpy as np
 
-from . import genes, pbil, records, report, stats, tasks
+from . import genes, match, pbil, records, report, stats, tasks
 from .runfolder import STATE, keep_engine, kept_book, kept_engine, load_state, write_atomically, write_json
 
 BEST = "best.txt"
@@ -66,10 +66,9 @@ def play_generation(cluster, out, state, generation, inputs: tuple, progress) ->
     """Every candidate's mini-match of one generation, reusing recorded ones."""
     s = state["settings"]
     strings, opening_seed = candidates(state, generation)
-    work = [{"generation": generation, "candidate": index, "genes": text, "base": s["base"], "pairs": s["pairs"],
-             "depth": s["depth"], "tc": s["tc"], "seed": opening_seed, "book": s.get("book_name"),
-             "random_plies": s.get("random_plies", 0),
-             "engine_hash": state["engine_hash"]}
+    work = [match.MatchTask(genes=text, base=s["base"], pairs=s["pairs"], depth=s["depth"], tc=s["tc"],
+                            seed=opening_seed, engine_hash=state["engine_hash"], random_plies=s.get("random_plies", 0),
+                            book=s.get("book_name")).as_dict(generation=generation, candidate=index)
             for index, text in enumerate(strings)]
     per_generation = s["population"] * 2 * s["pairs"]
 

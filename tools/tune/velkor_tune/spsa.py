@@ -68,12 +68,10 @@ def batch_tasks(state: dict, batch: int) -> list[dict]:
         c, r = schedule(s, first + 1)
         rng = np.random.default_rng([s["seed"], batch, j])
         delta, plus, minus = perturbation(state["theta"], c, rng)
-        tasks.append({"batch": batch, "task": j, "delta": delta, "c": c, "r": r,
-                      "genes": genes.encode(plus), "base": genes.encode(minus), "pairs": s["pairs"],
-                      "depth": s["depth"], "tc": s["tc"], "seed": s["seed"], "pair_offset": first,
-                      "random_plies": s["random_plies"], "book": s.get("book_name"),
-                      "pv_sample": match.TUNING_PV_SAMPLE,
-                      "engine_hash": state["engine_hash"]})
+        tasks.append(match.MatchTask(genes=genes.encode(plus), base=genes.encode(minus), pairs=s["pairs"],
+                                     depth=s["depth"], tc=s["tc"], seed=s["seed"], engine_hash=state["engine_hash"],
+                                     pair_offset=first, random_plies=s["random_plies"], book=s.get("book_name"))
+                     .as_dict(batch=batch, task=j, delta=delta, c=c, r=r))
     return tasks
 
 

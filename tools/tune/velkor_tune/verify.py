@@ -21,9 +21,9 @@ SAME_MATCH = ("genes", "base", "depth", "tc", "seed", "random_plies", "book")
 
 def match_tasks(genes_text, base, games, depth, tc, seed, digest, random_plies=0, book=None) -> list[dict]:
     pairs = games // 2
-    return [{"genes": genes_text, "base": base, "depth": depth, "tc": tc, "seed": seed, "pair_offset": first,
-             "pairs": min(match.PAIRS_PER_TASK, pairs - first), "random_plies": random_plies, "book": book,
-             "pv_sample": match.TUNING_PV_SAMPLE, "engine_hash": digest}
+    return [match.MatchTask(genes=genes_text, base=base, pairs=min(match.PAIRS_PER_TASK, pairs - first), depth=depth,
+                            tc=tc, seed=seed, engine_hash=digest, pair_offset=first, random_plies=random_plies,
+                            book=book).as_dict()
             for first in range(0, pairs, match.PAIRS_PER_TASK)]
 
 
