@@ -68,7 +68,7 @@ test: setup-test release sanitize
 	node --test tools/match/tests/
 	@$(MAKE) --no-print-directory lint-js test-web test-npm
 	git ls-files 'src/*.cpp' 'src/*.h' 'tests/*.cpp' 'tests/*.h' 'tools/*.cpp' 'bench/*.cpp' | xargs clang-format-14 --style=file --dry-run --Werror
-	/usr/bin/python3 -m pyflakes tools/tune bench/match.py
+	/usr/bin/python3 -m pyflakes tools/tune tools/repin.py bench/match.py
 # The tuner's tests, headless chromium on its campaign page among them (after lint-js's npm ci).
 	cd tools/tune && VELKOR_ENGINE=$(abspath $(RELEASE))/velkor /usr/bin/python3 -m pytest -q
 	bash tests/fuzz/run.sh $(FUZZ_SMOKE)
@@ -77,9 +77,12 @@ test: setup-test release sanitize
 
 # Every value the tests pin (evaluation and search references, the
 # transcripts' answers, the battery's counts, the bench count) rewritten
-# from the current build, then the diff to read (tools/repin.sh). For an
+# from the current build, then the diff to read (tools/repin.sh: the tests
+# report what they find, tools/repin.py writes it into their data). For an
 # intended change of what the engine computes; never run by make test.
-repin: release
+repin:
+	@bash tools/setup.sh repin
+	@$(MAKE) --no-print-directory release
 	bash tools/repin.sh $(RELEASE)
 
 # The x86-64-v3 build finds sliding attacks by pext where the others

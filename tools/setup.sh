@@ -3,7 +3,7 @@
 # lacks. As root it installs them; otherwise it names them in one line and
 # fails, so that nothing half-works.
 # Every script and make target of the project installs through here.
-# Usage: tools/setup.sh build|test|tune|web|windows|windows-test|dist|arm64|arm64-test|node|opponents|fuzz|valgrind|perft-bench|search-bench|deb|deb-test
+# Usage: tools/setup.sh build|test|repin|tune|web|windows|windows-test|dist|arm64|arm64-test|node|opponents|fuzz|valgrind|perft-bench|search-bench|deb|deb-test
 set -euo pipefail
 # The opponents of the match driver: the packages of its table of engines.
 read -ra opponents <<<"$(awk -F'|' '!/^[[:space:]]*(#|$)/ { gsub(/[[:space:]]/, "", $2); printf "%s ", $2 }' \
@@ -14,6 +14,8 @@ case "${1:-}" in
     # match driver and the opponents it plays, the tuner's Python packages.
     test) wanted=(g++ cmake libgtest-dev clang clang-format-14 libclang-rt-14-dev nodejs npm "${opponents[@]}"
         python3-pytest python3-pyflakes python3-numpy python3-distributed python3-matplotlib) ;;
+    # make repin: the test program, and Python for the tool that rewrites their data.
+    repin) wanted=(libgtest-dev python3) ;;
     # The tuner and its Dask workers: Python's numerics, Dask, plots, Node.js for the games.
     tune) wanted=(nodejs npm python3-numpy python3-distributed python3-matplotlib) ;;
     # Windows: the cross compiler, wine to run the tests, zip for the archives.
@@ -39,7 +41,7 @@ case "${1:-}" in
     # The arm64 package's engine is stripped and run by the cross tools.
     deb) wanted=(dpkg-dev lintian binutils g++-aarch64-linux-gnu qemu-user-static) ;;
     deb-test) wanted=(debootstrap) ;;
-    *) echo "usage: tools/setup.sh build|test|tune|web|windows|windows-test|dist|arm64|arm64-test|node|opponents|fuzz|valgrind|perft-bench|search-bench|deb|deb-test" >&2; exit 2 ;;
+    *) echo "usage: tools/setup.sh build|test|repin|tune|web|windows|windows-test|dist|arm64|arm64-test|node|opponents|fuzz|valgrind|perft-bench|search-bench|deb|deb-test" >&2; exit 2 ;;
 esac
 missing=()
 # A package counts as present when Debian has it installed, or when the

@@ -21,7 +21,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
-#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -43,15 +42,12 @@ using velkor::test::split_lines;
 namespace {
 
 struct session_t {
-    std::string file, path, name, input;
+    std::string file, name, input;
     std::vector<std::string> expected;  // a null byte alone stands for a skipped line
     std::vector<std::string> args;
     int status = 0;
     int bestmoves = 0;
-    // For make repin: the file's line of the header, of each expected line
-    // (0 for the banner and the processor line) and of "bestmoves".
-    int header_line = 0, bestmoves_line = 0;
-    std::vector<int> lines;
+    int line = 0;  // of its "===" header, which names make repin's report of it
 };
 
 const std::string SKIPPED(1, '\0');
@@ -113,7 +109,7 @@ std::vector<session_t> load_sessions(const std::string& folder) {
         for (std::string line; std::getline(in, line);) {
             ++number;
             if (line.starts_with("=== ")) {
-                sessions.push_back({file, dir + "/" + file, line.substr(4), "", {}, {}, 0, 0, number, 0, {0, 0}});
+                sessions.push_back({file, line.substr(4), "", {}, {}, 0, 0, number});
                 sessions.back().expected = {banner ? banner : own_banner,
                                             "info debug Support of popcnt instruction : *"};
             } else if (sessions.empty() || line.empty() || line[0] == '#') {
@@ -128,11 +124,9 @@ std::vector<session_t> load_sessions(const std::string& folder) {
                 sessions.back().input += velkor::test::AWAIT_BESTMOVE;
             } else if (line.starts_with("<")) {
                 sessions.back().expected.push_back(unescape(line.size() > 1 ? line.substr(2) : ""));
-                sessions.back().lines.push_back(number);
             } else if (line.starts_with("skip ")) {
                 const size_t n = std::stoul(line.substr(5));
                 sessions.back().expected.insert(sessions.back().expected.end(), n, SKIPPED);
-                sessions.back().lines.insert(sessions.back().lines.end(), n, number);
             } else if (line.starts_with("args ")) {
                 std::istringstream words(line.substr(5));
                 for (std::string word; words >> word;) sessions.back().args.push_back(gene_argument(word));
@@ -140,7 +134,6 @@ std::vector<session_t> load_sessions(const std::string& folder) {
                 sessions.back().status = std::stoi(line.substr(5));
             } else if (line.starts_with("bestmoves ")) {
                 sessions.back().bestmoves = std::stoi(line.substr(10));
-                sessions.back().bestmoves_line = number;
             }
         }
     }
@@ -167,127 +160,26 @@ std::vector<std::string> lines_starting(const std::string& out, const std::strin
     return found;
 }
 
-// An output line as a transcript writes it: TAB, CR and other control bytes escaped.
-std::string escaped(const std::string& text) {
-    std::string out;
-    for (unsigned char c : text)
-        if (c == '\t' || c == '\r')
-            out += c == '\t' ? "\\t" : "\\r";
-        else if (c < 0x20 || c >= 0x7f)
-            out += "\\x" + std::string(1, "0123456789ABCDEF"[c >> 4]) + "0123456789ABCDEF"[c & 15];
-        else
-            out += char(c);
-    return out;
-}
-
-std::vector<std::string> words_of(const std::string& line) {
-    std::vector<std::string> words(1);
-    for (char c : line)
-        if (c == ' ')
-            words.emplace_back();
-        else
-            words.back() += c;
-    return words;
-}
-
-// The line that takes the place of a pattern: the words where the pattern
-// had "*" stay "*" if it had as many words; a line without a pattern gets
-// "*" for what depends on the machine, an info line's time and speed.
-std::string pattern_for(const std::string& line, const std::string* old) {
-    auto words = words_of(escaped(line));
-    const auto pattern = old ? words_of(*old) : std::vector<std::string>();
-    for (size_t i = 0; i < words.size(); ++i) {
-        const bool timing = i > 0 && line.starts_with("info ") && (words[i - 1] == "time" || words[i - 1] == "nps");
-        if (pattern.size() == words.size() ? pattern[i] == "*" : timing) words[i] = "*";
-    }
-    std::string out = "<";
-    for (const std::string& w : words) out += " " + w;
-    return out == "< " ? "<" : out;
-}
-
-// make repin: the expected lines of a session become what the engine
-// printed. The longest run of lines that still match keeps its patterns;
-// between them old patterns take the new lines in order, and lines beyond
-// them are added or dropped. Edits go by the file's lines.
-void repin(const session_t& s, const std::vector<std::string>& got, const std::vector<std::string>& file,
-           std::map<int, std::vector<std::string>>& edits) {
-    const auto& want = s.expected;
-    const size_t n = want.size(), m = got.size();
-    std::vector<std::vector<int>> common(n + 1, std::vector<int>(m + 1, 0));
-    for (size_t i = n; i-- > 2;)
-        for (size_t j = m; j-- > 2;)
-            common[i][j] = want[i] == SKIPPED || matches(want[i].c_str(), got[j].c_str())
-                               ? common[i + 1][j + 1] + 1
-                               : std::max(common[i + 1][j], common[i][j + 1]);
-    // Lines after line `at` of the file: after what an edit already put there.
-    auto insert_after = [&](int at, const std::string& text) {
-        if (!edits.count(at)) edits[at] = {file[at - 1]};
-        edits[at].push_back(text);
-    };
-    std::map<int, int> skipped;  // a "skip N" line's lines that still align
-    size_t i = 2, j = 2;
-    int last_line = s.header_line;
-    while (i < n || j < m) {
-        if (i < n && j < m && (want[i] == SKIPPED || matches(want[i].c_str(), got[j].c_str())) &&
-            common[i][j] == common[i + 1][j + 1] + 1) {
-            if (want[i] == SKIPPED) ++skipped[s.lines[i]];
-            last_line = s.lines[i];
-            ++i, ++j;
-            continue;
-        }
-        // A gap: the old lines and the new ones up to the next aligned pair.
-        std::vector<size_t> old, now;
-        while (i < n && (j >= m || common[i][j] == common[i + 1][j])) old.push_back(i++);
-        while (j < m && (i >= n || common[i][j] == common[i][j + 1])) now.push_back(j++);
-        if (old.empty() && now.empty()) break;  // cannot happen: each step of the table goes somewhere
-        size_t k = 0;
-        for (size_t o : old) {
-            if (want[o] == SKIPPED) {
-                skipped.try_emplace(s.lines[o], 0);
-                continue;
-            }
-            edits[s.lines[o]] = {};
-            if (k < now.size()) edits[s.lines[o]] = {pattern_for(got[now[k++]], &want[o])};
-            last_line = s.lines[o];
-        }
-        for (; k < now.size(); ++k) insert_after(last_line, pattern_for(got[now[k]], nullptr));
-    }
-    for (const auto& [line, count] : skipped) {
-        const std::string text = "skip " + std::to_string(count);
-        if (file[line - 1] != text) edits[line] = count ? std::vector<std::string>{text} : std::vector<std::string>{};
-    }
-}
-
 }  // namespace
 
 // Every session ends with its status and says nothing on standard error; a
 // transcript prints its lines, a battery session its number of bestmoves.
+// For make repin, what the engine printed goes to FOLDER/FILE/LINE.
 void run_sessions(const std::string& folder, size_t at_least) {
     const auto sessions = load_sessions(folder);
     ASSERT_GT(sessions.size(), at_least);
-    std::map<std::string, std::map<int, std::vector<std::string>>> edits;  // make repin's, by file
     for (const session_t& s : sessions) {
         const auto result = run_engine_process(s.input, s.args);
         const std::string where = s.file + ": " + s.name;
         EXPECT_FALSE(result.timed_out) << where;
         EXPECT_EQ(result.status, s.status) << where << "\n" << result.err.substr(0, 2000);
         EXPECT_EQ(result.err, "") << where;
-        const size_t bestmoves = lines_starting(result.out, "bestmove ").size();
-        if (velkor::test::repinning()) {
-            std::ifstream in(s.path);
-            std::vector<std::string> file;
-            for (std::string line; std::getline(in, line);) file.push_back(line);
-            if (folder == "battery" && bestmoves != size_t(s.bestmoves) && s.bestmoves_line)
-                edits[s.path][s.bestmoves_line] = {"bestmoves " + std::to_string(bestmoves)};
-            else if (folder != "battery")
-                repin(s, split_lines(result.out), file, edits[s.path]);
-        } else if (folder == "battery") {
-            EXPECT_EQ(bestmoves, size_t(s.bestmoves)) << where;
-        } else {
+        velkor::test::report(folder + "/" + s.file + "/" + std::to_string(s.line), result.out);
+        if (folder == "battery")
+            EXPECT_EQ(lines_starting(result.out, "bestmove ").size(), size_t(s.bestmoves)) << where;
+        else
             expect_output(s.expected, result.out, where);
-        }
     }
-    for (const auto& [file, changes] : edits) velkor::test::rewrite_lines(file, changes);
 }
 
 TEST(Sessions, Transcripts) { run_sessions("sessions", 20); }

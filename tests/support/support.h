@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -29,19 +28,15 @@ struct record_t : std::vector<std::string> {
 };
 std::vector<record_t> records(const char* file);
 
-// make repin runs the tests with VELKOR_REPIN set: then a value pinned in a
-// data file that the build computes otherwise is written into the file,
-// where a normal run fails the test.
-bool repinning();
+// make repin (tools/repin.sh) runs the tests with VELKOR_REPIN naming a
+// folder: then text is appended to the file `name` there, for the tool to
+// write into the tests' data; otherwise nothing is written.
+void report(const std::string& name, const std::string& text);
 
 // Field `field` of record r pins `actual` (the field's whole text, e.g.
-// "nodes 30078"): a failure where they differ, or under make repin the
-// field rewritten.
+// "nodes 30078"): where they differ, a failure, and for make repin a line
+// "file TAB line TAB field TAB actual" reported to "pins".
 void pinned(const record_t& r, size_t field, const std::string& actual, const std::string& where);
-
-// Rewrites lines of a file at once: each line number (from 1) maps to the
-// lines that take its place (none to drop it, several to insert).
-void rewrite_lines(const std::string& path, const std::map<int, std::vector<std::string>>& edits);
 
 // Plays random games from each position of varied.epd, always the same ones
 // for a seed. At every position reached, with the derived fields fresh and
