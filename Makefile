@@ -325,8 +325,9 @@ test-deb: deb
 
 # The README's two commands in a fresh Debian 12 root (debootstrap minbase
 # with git and make, kept as a tarball in build/fresh), on a clone of the
-# current commit: make run answers uci, make test passes; as root.
+# current commit: make run answers uci, make test passes; as root
+# (tools/fresh.sh).
 .PHONY: test-fresh
 test-fresh:
 	@bash tools/setup.sh deb-test
-	bash tests/fresh/test.sh $(BUILD)/fresh
+	bash tools/fresh.sh $(BUILD)/fresh

@@ -6,9 +6,9 @@
 # passes. Each one's time is printed; their output is in TEST_DIR.
 # Needs root (debootstrap, mount, chroot) and the network (Debian's and
 # npm's registries).
-# Usage: tests/fresh/test.sh TEST_DIR
+# Usage: tools/fresh.sh TEST_DIR
 set -euo pipefail
-top=$(realpath "$(dirname "$0")/../..")
+top=$(realpath "$(dirname "$0")/..")
 dir=$(realpath -m "$1")
 fail() { echo "test-fresh: $*" >&2; exit 1; }
 [ "$(id -u)" -eq 0 ] || fail "needs root (debootstrap, mount, chroot)"
