@@ -11,7 +11,7 @@ import subprocess
 import numpy as np
 import pytest
 
-from velkor_tune import campaigns, engine, fit, genes, match, pbil, report, spsa, stats
+from velkor_tune import campaigns, engine, fit, genes, label, match, pbil, report, spsa, stats
 
 ROOT = pathlib.Path(__file__).resolve().parents[3]
 DATA = pathlib.Path(__file__).resolve().parent / "data"
@@ -140,7 +140,7 @@ def test_engine_refused(tmp_path, monkeypatch):
 
 
 @pytest.mark.skipif(not os.access(TEXEL, os.X_OK), reason="no build of the fitting tool")
-def test_fit():
+def test_fit(tmp_path):
     # 137 quiet positions of depth-6 games, each with its game's result and, as
     # the teacher's score, the logistic of the score at scale 1 under the
     # string of labelled-teacher.txt (the defaults of the day).
@@ -158,6 +158,10 @@ def test_fit():
     assert (results["scale"], results["loss"]) == (1.95, 0.323331)
     assert (results["held_out_before"], results["held_out_after"]) == (0.524196, 0.442202)
     text = fit.describe(results)
+    # Written where the campaign page looks, it shows the losses and the string.
+    (tmp_path / "fit-lambda0.txt").write_text(text + "\n")
+    [part] = campaigns.parts(tmp_path)
+    assert (part["losses"], part["genes"]) == (text.splitlines()[0], results["genes"])
     assert f"at the edge of {genes.LOW}..{genes.HIGH}: pawn chain, straight guard, bishop pair, king shelter, king danger, doubled," \
            " isolated, rook on an open file" in text
     with pytest.raises(ValueError, match="too few positions"):
@@ -208,3 +212,15 @@ def test_what_the_cluster_cost_a_campaign(tmp_path):
                                                                        ("wins", "draws", "losses", "penta")]
     assert part["faults"] == {"lost_workers": 1, "reruns": 3, "lost_play": 15.5, "absences": 2, "away": 34.0,
                               "away_since": None, "idle_since": 65, "lend": "make tune-worker SCHEDULER=tcp://h:1"}
+
+
+def test_labels_still_in_chunks_are_on_the_page(tmp_path):
+    # Two chunks of three, named as the command names them, in a folder of nothing else.
+    chunks = label.parts_folder(label.labelled(tmp_path / "c" / "positions.txt"))
+    chunks.mkdir(parents=True)
+    for k in (0, 2):
+        (chunks / label.part_name(k, 3, 10)).write_text("FEN;1;0.5\n" * 4)
+    assert campaigns.folders(tmp_path) == [tmp_path / "c"]
+    [part] = campaigns.parts(tmp_path / "c")
+    assert [part[k] for k in ("kind", "file", "chunks", "total_chunks", "positions", "final")] == \
+        ["labels", "positions.labelled.txt", 2, 3, 8, False]

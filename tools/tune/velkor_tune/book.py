@@ -195,3 +195,20 @@ def make(cluster, out: pathlib.Path, settings: dict) -> str:
     return (f"{len(book)} positions of {s['plies']} plies {describe_band(s)} by {', '.join(teachers)} at depth "
             f"{s['teacher_depth']}, from {lines} lines in {len(used)} tasks ({time.monotonic() - started:.0f} s here):"
             f" {out / EPD}")
+
+
+# The campaign page's reading of a book's folder (see campaigns.py): its
+# settings.json tells it from a folder of self-play positions, and it shows nothing.
+KIND = "book"
+
+
+def holds(folder: pathlib.Path) -> bool:
+    try:
+        settings = json.loads((folder / SETTINGS).read_text())
+    except (OSError, ValueError):
+        return False
+    return isinstance(settings, dict) and "teacher_depth" in settings
+
+
+def parts(folder: pathlib.Path, played: list[dict]) -> list[dict]:
+    return []

@@ -11,7 +11,7 @@ import sys
 from dataclasses import dataclass
 from typing import Callable
 
-from . import book, cluster as clusters, engine, genes, label, match, pbil, spsa, tasks
+from . import book, cluster as clusters, engine, fit, genes, label, match, pbil, spsa, tasks
 from .runfolder import REPO, from_top
 
 RELEASE = REPO / "build" / "release" / "velkor"
@@ -242,14 +242,14 @@ def positions_command(args) -> int:
 
 def label_options(p):
     p.add_argument("positions", type=pathlib.Path)
-    p.add_argument("--out", type=pathlib.Path, help="the labelled file (default: POSITIONS with .labelled.txt)")
+    p.add_argument("--out", type=pathlib.Path, help=f"the labelled file (default: POSITIONS with {label.LABELLED})")
     p.add_argument("--teacher", default=label.TEACHER, help="a UCI engine that prints wdl (default %(default)s)")
     p.add_argument("--teacher-depth", type=positive, default=10)
     add_cluster(p)
 
 
 def label_command(args) -> int:
-    out = args.out or args.positions.with_suffix(".labelled.txt")
+    out = args.out or label.labelled(args.positions)
     with connect(args) as cluster:
         print(label.label(cluster, args.positions, out, args.teacher, args.teacher_depth))
     print(f"fit the weights to them: velkor-tune fit {out}")
@@ -320,12 +320,12 @@ def fit_options(p):
     p.add_argument("positions", type=pathlib.Path, help='lines "FEN;R" or "FEN;R;T"')
     p.add_argument("--lambda", dest="lam", type=float, default=0.5,
                    help="the teacher's share of a label, the game result's the rest (default 0.5)")
-    p.add_argument("--out", type=pathlib.Path, help="also write the result to this file")
+    p.add_argument("--out", type=pathlib.Path,
+                   help=f"also write the result to this file (a campaign's page shows those named {fit.SHOWN})")
     add_fit_engine(p)
 
 
 def fit_command(args) -> int:
-    from . import fit
     from .runfolder import write_atomically
     if not 0 <= args.lam <= 1:
         raise ValueError("--lambda is a share, 0 to 1")

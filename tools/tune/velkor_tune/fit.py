@@ -5,8 +5,10 @@ import pathlib
 import subprocess
 
 from . import genes
+from .reading import Unreadable
 
 EDGES = (genes.LOW, genes.HIGH)
+SHOWN = "fit-*.txt"  # the fits that a campaign's page shows, written by `fit --out` into its folder
 
 
 def fit(positions: pathlib.Path, tool: pathlib.Path, start: str | None = None, lam: float = 0.0) -> dict:
@@ -35,3 +37,22 @@ def describe(result: dict) -> str:
         f"at the edge of {genes.LOW}..{genes.HIGH}: " + (", ".join(edges) if edges else "none"),
         result["genes"],
     ])
+
+
+# The campaign page's reading of the fits in a folder (see campaigns.py): of
+# each, describe()'s first line (the losses) and its last (the string).
+KIND = "fit"
+
+
+def holds(folder: pathlib.Path) -> bool:
+    return any(p.is_file() for p in folder.glob(SHOWN))
+
+
+def parts(folder: pathlib.Path, played: list[dict]) -> list[dict]:
+    found = []
+    for path in sorted(folder.glob(SHOWN)):
+        text = path.read_text(errors="replace").splitlines()
+        if not text:
+            raise Unreadable(f"{path.name} is empty")
+        found.append({"kind": KIND, "final": True, "file": path.name, "losses": text[0], "genes": text[-1]})
+    return found

@@ -9,13 +9,19 @@ lines "FEN;R;T", T the teacher's expected score for White, (W + D/2) / 1000.
 """
 import contextlib
 import pathlib
+import re
+import string
 import subprocess
 
-from . import tasks
-from .runfolder import write_atomically
+from . import reading, tasks
+from .runfolder import read_lines, write_atomically
 
 CHUNK = 2000
 TEACHER = "/usr/games/stockfish"
+LABELLED, PARTS = ".labelled.txt", ".parts"  # of the labelled file (by default), of its chunks' folder
+PART = "chunk-{:05d}-of-{:05d}-depth-{}.txt"  # a labelled chunk: its number, the chunks, the teacher's depth
+# PART's names as they are read back: each field, however wide, a group.
+PART_READ = re.compile(r"(\d+)".join(re.escape(text) for text, *_ in string.Formatter().parse(PART)))
 
 
 class Teacher:
@@ -88,12 +94,22 @@ def label_chunk(chunk: tuple[int, list[str]], teacher: str, depth: int) -> tuple
     return k, out
 
 
+def labelled(positions: pathlib.Path) -> pathlib.Path:
+    return positions.with_suffix(LABELLED)
+
+
 def parts_folder(out: pathlib.Path) -> pathlib.Path:
-    return out.with_name(out.name + ".parts")
+    return out.with_name(out.name + PARTS)
 
 
 def part_name(k: int, chunks: int, depth: int) -> str:
-    return f"chunk-{k:05d}-of-{chunks:05d}-depth-{depth}.txt"
+    return PART.format(k, chunks, depth)
+
+
+def chunk_of(name: str) -> tuple[int, int] | None:
+    """The number of a chunk that part_name named, and of how many."""
+    m = PART_READ.fullmatch(name)
+    return (int(m.group(1)), int(m.group(2))) if m else None
 
 
 def label(cluster, positions: pathlib.Path, out: pathlib.Path, teacher: str, depth: int) -> str:
@@ -116,3 +132,37 @@ def label(cluster, positions: pathlib.Path, out: pathlib.Path, teacher: str, dep
     kept = [l for k in range(len(chunks)) for l in name(k).read_text().splitlines()]
     write_atomically(out, "".join(l + "\n" for l in kept))
     return f"{len(kept)} of {len(lines)} positions labelled by {teacher} at depth {depth}: {out}"
+
+
+# The campaign page's reading of the labels in a folder (see campaigns.py):
+# each labelled file, whole or still in chunks.
+KIND = "labels"
+
+
+def outs(folder: pathlib.Path) -> list[str]:
+    names = {p.name[:-len(PARTS)] for p in folder.glob("*" + LABELLED + PARTS) if p.is_dir()}
+    return sorted(names | {p.name for p in folder.glob("*" + LABELLED) if p.is_file()})
+
+
+def holds(folder: pathlib.Path) -> bool:
+    return bool(outs(folder))
+
+
+def parts(folder: pathlib.Path, played: list[dict]) -> list[dict]:
+    shown = []
+    for name in outs(folder):
+        out, chunks = folder / name, parts_folder(folder / name)
+        found = [(*c, p) for p in (chunks.iterdir() if chunks.is_dir() else []) if (c := chunk_of(p.name))]
+        total = max((n for _, n, _ in found), default=0)
+        times = sorted(p.stat().st_mtime for _, _, p in found)
+        done = sum(reading.lines(p) for _, _, p in found)
+        per_minute = done / len(found) * (len(found) - 1) / (times[-1] - times[0]) * 60 \
+            if len(times) >= 2 and times[-1] > times[0] else None
+        whole = out.exists() and (not found or out.stat().st_mtime >= times[-1]) and len(found) in (0, total)
+        remaining = None if not total else (total - len(found)) * (done / len(found) if found else 0)
+        shown.append({"kind": KIND, "final": whole, "file": name, "positions": reading.lines(out) if whole else done,
+                      "chunks": len(found), "total_chunks": total, "rate": per_minute,
+                      "left": 0 if whole else (remaining / per_minute * 60 if per_minute else None)})
+        if (chunks / tasks.EVENTS).exists():
+            shown[-1]["faults"] = reading.faults(read_lines(chunks / tasks.EVENTS, repair=False))
+    return shown

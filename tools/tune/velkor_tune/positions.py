@@ -15,11 +15,12 @@ import json
 import pathlib
 import subprocess
 
-from . import engine, match, runfolder, tasks
+from . import engine, match, reading, records, runfolder, tasks
 
 POSITIONS_TOOL = pathlib.Path(__file__).resolve().parents[2] / "match" / "positions.mjs"
 SETTINGS = "settings.json"
 POSITIONS = "positions.txt"
+GAMES = runfolder.PGN
 
 
 def extract(pgn_files, out_file: pathlib.Path) -> str:
@@ -51,7 +52,7 @@ def play(cluster, out: pathlib.Path, settings: dict, engine_path) -> str:
         runfolder.write_json(saved, settings)
     data, digest = engine.load(engine_path)
     book_bytes, book_name, _ = match.book(runfolder.book_file(settings)) if settings.get("book") else (None,) * 3
-    pgn_folder = out / "pgn"
+    pgn_folder = out / GAMES
     pgn_folder.mkdir(exist_ok=True)
     pgn = lambda t: pgn_folder / f"task-{t['index']:05d}.pgn"
     work = game_tasks(settings, digest, book_name)
@@ -67,3 +68,25 @@ def play(cluster, out: pathlib.Path, settings: dict, engine_path) -> str:
         count = f"{len((out / POSITIONS).read_text().splitlines())} positions, as before"
     openings = f"the book {settings['book']}" if settings.get("book") else "the driver's opening lines"
     return f"{count} (games at depth {settings['depth']} from {openings}, {settings['random_plies']} random plies after each)"
+
+
+# The campaign page's reading of a folder of self-play positions (see campaigns.py).
+KIND = "positions"
+
+
+def holds(folder: pathlib.Path) -> bool:
+    return (folder / SETTINGS).exists()
+
+
+def parts(folder: pathlib.Path, played: list[dict]) -> list[dict]:
+    s = reading.read_json(folder / SETTINGS)
+    total_tasks = len(game_tasks(s, ""))
+    done = {r["index"] for r in played if "index" in r}
+    games = sum(map(records.games, played))
+    per_minute = reading.rate(played)
+    final = len(done) >= total_tasks and (folder / POSITIONS).exists()
+    return [{"kind": KIND, "final": final, "games": games, "total": s["games"], "tasks": len(done),
+             "total_tasks": total_tasks, "limit": reading.limit_text(s), "rate": per_minute,
+             "left": 0 if final else reading.left(s["games"], games, per_minute),
+             "positions": reading.lines(folder / POSITIONS) if (folder / POSITIONS).exists() else None,
+             "failures": sum(map(records.failures, played))}]

@@ -18,6 +18,7 @@ import re
 import subprocess
 
 from . import engine, match, tasks
+from .reading import WINDOW, left, read_json
 from .runfolder import write_atomically, write_json
 
 SETTINGS, SUMMARY, ANNOTATED, GAMES = "review.json", "summary.json", "annotated.pgn", "games"
@@ -142,3 +143,29 @@ def review(cluster, games_file: pathlib.Path, out: pathlib.Path, engine_path, de
     lines.append(f"{len(games) - len(failed)} of {len(games)} games reviewed at depth {depth}"
                  f" (mean accuracy White {white} %, Black {black} %): {out / ANNOTATED}, {out / SUMMARY}")
     return "\n".join(lines)
+
+
+# The campaign page's reading of a review's folder (see campaigns.py).
+KIND = "review"
+
+
+def holds(folder: pathlib.Path) -> bool:
+    return (folder / SETTINGS).exists()
+
+
+def parts(folder: pathlib.Path, played: list[dict]) -> list[dict]:
+    """Games done of the whole, games a minute over the files of the
+    reviewed games, the time left, the mean accuracies."""
+    s = read_json(folder / SETTINGS)
+    found = sorted((folder / GAMES).glob("*.json"))
+    done = [read_json(p) for p in found]
+    times = sorted(p.stat().st_mtime for p in found)[-WINDOW:]
+    per_minute = (len(times) - 1) / (times[-1] - times[0]) * 60 if len(times) >= 2 and times[-1] > times[0] else None
+    final = len(done) >= s["games"] and (folder / SUMMARY).exists()
+    reviewed = [r for r in done if "summary" in r]
+    side = lambda colour: mean(r["summary"][colour]["accuracy"] for r in reviewed)
+    marks = {m: sum(r["summary"][c][m] for r in reviewed for c in ("white", "black")) for m in MARKS}
+    return [{"kind": KIND, "final": final, "games": len(done), "total": s["games"], "depth": s["depth"],
+             "rate": per_minute, "left": 0 if final else left(s["games"], len(done), per_minute),
+             "white": side("white"), "black": side("black"), "marks": marks,
+             "failures": len(done) - len(reviewed), "file": pathlib.Path(s["games_file"]).name}]

@@ -20,9 +20,11 @@ import pathlib
 import numpy as np
 
 from . import genes, match, pbil, records, report, stats, tasks
-from .runfolder import STATE, keep_engine, kept_book, kept_engine, load_state, write_atomically, write_json
+from .reading import Unreadable, limit_text, read_json
+from .runfolder import PGN, STATE, keep_engine, kept_book, kept_engine, load_state, write_atomically, write_json
 
 BEST = "best.txt"
+GAMES = PGN
 
 
 def generators(seed: int, generation: int):
@@ -79,7 +81,7 @@ def play_generation(cluster, out, state, generation, inputs: tuple, progress) ->
                 f"/{per_generation} games, best {best['score']:.3f}±{stats.score_error(best['penta']):.3f}"
                 f" mean {scores.mean():.3f}±{scores.std() / np.sqrt(len(scores)):.3f}  [{record['worker']}]")
 
-    pgn_folder = out / "pgn"
+    pgn_folder = out / GAMES
     pgn_folder.mkdir(exist_ok=True)
     done = tasks.play(cluster, out, work, inputs, progress, name=f"pbil-g{generation}",
                       key=lambda t: (t["generation"], t["candidate"]), same=("genes",),
@@ -129,3 +131,29 @@ def carry_on(out: pathlib.Path, cluster) -> dict:
                      f" best so far {best['fitness']:.3f} (generation {best['generation'] + 1})")
         report.plot(out, state)
     return state
+
+
+# The campaign page's reading of a PBIL run's folder (see campaigns.py):
+# a run's state that SPSA's reading has not taken, and so the state of any
+# run that cannot be read.
+KIND = "run"
+
+
+def holds(folder: pathlib.Path) -> bool:
+    return (folder / STATE).exists()
+
+
+def parts(folder: pathlib.Path, played: list[dict]) -> list[dict]:
+    state = read_json(folder / STATE)
+    if not isinstance(state, dict):
+        raise Unreadable(f"{STATE} is not an object")
+    s, history = state["settings"], state["history"]
+    return [{"kind": "pbil", "final": state["generation"] >= s["generations"], "generation": state["generation"],
+             "generations": s["generations"],
+             "bits": [h["probabilities"] for h in history] + [state["probabilities"]],
+             "fitness": [{"best": h["fitness"][h["best"]], "best_error": h["errors"][h["best"]], "mean": h["mean"],
+                          "mean_error": h["mean_error"]} for h in history],
+             "entropy": pbil.entropy(pbil.State(state["probabilities"])),
+             "genes": pbil.consensus(state["probabilities"]),
+             "expected": [round(float(m), 2) for m in report.gene_moments(state["probabilities"])[0]],
+             "games": sum(h["games"] for h in history), "limit": limit_text(s)}]

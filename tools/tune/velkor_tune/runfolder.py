@@ -10,6 +10,7 @@ import shutil
 from . import engine
 
 STATE, RESULTS, ENGINE = "state.json", "results.jsonl", "velkor"
+PGN = "pgn"  # a folder of the games played, a file a task or a generation
 REPO = pathlib.Path(__file__).resolve().parents[3]
 
 

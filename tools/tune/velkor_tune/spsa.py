@@ -25,9 +25,11 @@ import pathlib
 import numpy as np
 
 from . import genes, match, records, report, tasks
+from .reading import limit_text, read_json
 from .runfolder import STATE, keep_engine, kept_book, kept_engine, load_state, write_atomically, write_json
 
 THETA = "theta.txt"
+KIND = "spsa"  # in its state, which tells an SPSA run from a PBIL one
 ALPHA, GAMMA = 0.602, 0.101
 LOW, HIGH = genes.LOW, genes.HIGH
 DEFAULTS = {"iterations": 20000, "pairs": 4, "batch": 4, "c_end": (HIGH - LOW) / 20, "r_end": 0.002,
@@ -99,7 +101,7 @@ def start(out: pathlib.Path, settings: dict, engine_path) -> dict:
     out.mkdir(parents=True, exist_ok=True)
     digest = keep_engine(out, engine_path)
     theta = [float(w) for w in genes.decode(settings["start"])]
-    state = {"kind": "spsa", "settings": settings, "engine_hash": digest, "batch": 0, "theta": theta,
+    state = {"kind": KIND, "settings": settings, "engine_hash": digest, "batch": 0, "theta": theta,
              "path": [theta], "games": 0, "failures": 0}
     write_json(out / STATE, state)
     return state
@@ -155,3 +157,23 @@ def carry_on(out: pathlib.Path, cluster) -> dict:
             plot(out, state)
     plot(out, state)
     return state
+
+
+# The campaign page's reading of an SPSA run's folder (see campaigns.py).
+
+def holds(folder: pathlib.Path) -> bool:
+    try:
+        return load_state(folder).get("kind") == KIND
+    except (OSError, ValueError, AttributeError):
+        return False
+
+
+def parts(folder: pathlib.Path, played: list[dict]) -> list[dict]:
+    state = read_json(folder / STATE)
+    s = state["settings"]
+    per_batch = s["pairs"] * s["batch"]
+    return [{"kind": KIND, "final": state["batch"] >= batches(s), "batch": state["batch"],
+             "batches": batches(s), "thetas": state["path"], "theta": state["theta"],
+             "c": [schedule(s, max(1, b * per_batch))[0] for b in range(len(state["path"]))],
+             "genes": answer(state), "games": state["games"], "failures": state["failures"],
+             "limit": limit_text(s)}]

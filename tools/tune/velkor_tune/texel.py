@@ -4,12 +4,12 @@ towards (`run --start`)."""
 import pathlib
 
 from . import fit, positions
-from .runfolder import write_atomically
+from .runfolder import PGN, write_atomically
 
 
 def fit_run(run: pathlib.Path, tool: pathlib.Path, start: str | None = None) -> str:
     """Writes RUN/positions.txt and RUN/texel.txt; returns the fitted string."""
-    games = sorted((run / "pgn").glob("*.pgn"))
+    games = sorted((run / PGN).glob("*.pgn"))
     if not games:
         raise ValueError(f"{run} has no games yet")
     positions.extract(games, run / "positions.txt")

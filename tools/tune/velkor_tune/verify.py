@@ -11,8 +11,8 @@ import json
 import pathlib
 import time
 
-from . import engine, match, records, stats, tasks
-from .runfolder import from_top, write_json
+from . import engine, match, reading, records, stats, tasks
+from .runfolder import RESULTS, from_top, write_json
 
 SUMMARY, SETTINGS = "summary.json", "match.json"
 # What makes two mini-matches games of one match.
@@ -80,3 +80,38 @@ def verify(cluster, genes_text, base, games, depth, tc, seed, engine_path, bound
     result = summary(records.Totals.of(done.values()), work[0], bounds, minutes)
     write_json(out / SUMMARY, result)
     return result
+
+
+# The campaign page's reading of a match's folder (see campaigns.py): its
+# mini-matches, with what the match is and, once it has ended, its summary.
+KIND = "match"
+
+
+def holds(folder: pathlib.Path) -> bool:
+    return any((folder / name).exists() for name in (SUMMARY, SETTINGS, RESULTS))
+
+
+def parts(folder: pathlib.Path, played: list[dict]) -> list[dict]:
+    if not (played or (folder / SUMMARY).exists() or (folder / SETTINGS).exists()):
+        return []  # no mini-match has ended yet
+    settings = reading.read_json(folder / SETTINGS) if (folder / SETTINGS).exists() else {}
+    summary = reading.read_json(folder / SUMMARY) if (folder / SUMMARY).exists() else None
+    t = records.Totals.of(played)
+    bounds = settings.get("sprt") or (summary and summary.get("sprt") and
+                                      [summary["sprt"]["elo0"], summary["sprt"]["elo1"]])
+    final = summary is not None and [summary[k] for k in ("wins", "draws", "losses")] == [t.wins, t.draws, t.losses]
+    per_minute = t.games / summary["minutes"] if final and summary.get("minutes") else reading.rate(played)
+    total = settings.get("games") or (summary and t.games) or t.games
+    part = {"kind": KIND, "final": final, "genes": (summary or settings or played[0]).get("genes"),
+            "base": (summary or settings or played[0]).get("base"), "games": t.games, "total": total,
+            **t.as_dict(), "kinds": t.kinds(), "rate": per_minute,
+            "left": None if final else reading.left(total, t.games, per_minute),
+            "limit": reading.limit_text(summary or settings or played[0]),
+            "block": t.stat_block(bounds, per_minute)}
+    if sum(t.penta):
+        part["elo"] = stats.summary(t.penta)
+    if bounds:
+        part["sprt"] = stats.sprt(t.penta, *bounds)
+        if part["sprt"]["verdict"] != "running" and not final:
+            part["left"] = 0
+    return [part]
