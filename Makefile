@@ -152,10 +152,11 @@ bench-eval: release
 bench-search: release
 	bash bench/search.sh $(RELEASE)/velkor
 
-# The tuner's games timed: the same fixed-depth match through velkor-tune
-# verify on 2 local workers, a driver a task against the kept drivers, with
-# plies per minute and the engines' share of all CPU time.
-MATCH_GAMES ?= 200
+# The tuner's pace: a fixed-depth match through velkor-tune verify on 2 local
+# workers, then the same games replayed by the leanest runner
+# (bench/runner.cpp), plies a minute of each, their ratio and the engines'
+# share of all CPU time.
+MATCH_GAMES ?= 400
 bench-match: release
 	@bash tools/setup.sh tune
 	bash tools/match/setup.sh --no-opponents
@@ -263,7 +264,7 @@ test-windows: setup-test-windows release windows
 # with README, LICENSE and the tuned launcher, and the page as a site; then
 # build/dist/SHA256SUMS of every archive and package there. Each binary is
 # checked first: the bench count (under wine for Windows, under qemu for
-# arm64), and no BMI or AVX in a v2 build (tests/windows/check-binary.sh).
+# arm64), and no BMI or AVX in a v2 build (packaging/check-binary.sh).
 # Earlier archives go, the Debian packages made by make deb beside them stay.
 DIST := $(BUILD)/dist
 DIST_WORK := $(BUILD)/dist-work
@@ -281,7 +282,7 @@ dist-web: setup-dist web
 setup-dist:
 	@bash tools/setup.sh build
 	@bash tools/setup.sh dist
-	@bash -c 'source tests/windows/wine.sh $(WINE_PREFIX)'
+	@bash -c 'source tools/wine.sh $(WINE_PREFIX)'
 	mkdir -p $(DIST) && rm -f $(DIST)/velkor-*.tar.gz $(DIST)/velkor-*.zip
 
 # The cross compiler and processor level of an archive's build: x86-64
@@ -292,7 +293,7 @@ dist-%: setup-dist
 	cmake --no-warn-unused-cli -S . -B $(DIST_WORK)/$* $(call dist_flags,$*) -DCMAKE_BUILD_TYPE=Release \
 		-DBUILD_TESTING=OFF >/dev/null
 	cmake --build $(DIST_WORK)/$* -j $(JOBS) --target velkor
-	bash tests/windows/check-binary.sh $(DIST_WORK)/$* $(WINE_PREFIX)
+	bash packaging/check-binary.sh $(DIST_WORK)/$* $(WINE_PREFIX)
 	rm -rf $(DIST_WORK)/pack/velkor-$(VERSION)-$* && mkdir -p $(DIST_WORK)/pack/velkor-$(VERSION)-$*
 	cp $(DIST_WORK)/$*/velkor$(if $(filter windows-%,$*),.exe) README.md LICENSE $(DIST_WORK)/pack/velkor-$(VERSION)-$*/
 	bash tools/tune/launcher.sh $(if $(filter windows-%,$*),windows,linux) $(DIST_WORK)/pack/velkor-$(VERSION)-$*
@@ -313,8 +314,8 @@ deb: arm64
 	cmake --no-warn-unused-cli -S . -B $(DEB_WORK)/linux-x86-64-v2 -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF \
 		-DVELKOR_ARCH=x86-64-v2 >/dev/null
 	cmake --build $(DEB_WORK)/linux-x86-64-v2 -j $(JOBS) --target velkor
-	bash tests/windows/check-binary.sh $(DEB_WORK)/linux-x86-64-v2 $(WINE_PREFIX)
-	bash tests/windows/check-binary.sh $(ARM64) $(WINE_PREFIX)
+	bash packaging/check-binary.sh $(DEB_WORK)/linux-x86-64-v2 $(WINE_PREFIX)
+	bash packaging/check-binary.sh $(ARM64) $(WINE_PREFIX)
 	bash packaging/deb/build.sh $(DEB_WORK)/linux-x86-64-v2/velkor amd64 $(DEB_WORK)/pkg-amd64 $(DIST)
 	bash packaging/deb/build.sh $(ARM64)/velkor arm64 $(DEB_WORK)/pkg-arm64 $(DIST)
 	bash tools/sha256sums.sh $(DIST)

@@ -11,7 +11,7 @@ set -euo pipefail
 here=$(dirname "$(realpath "$0")")
 release=$(realpath "$1")
 windows=$(realpath "$2")
-source "$here/wine.sh" "$3"
+source "$here/../../tools/wine.sh" "$3"
 exe=$windows/velkor.exe
 name=$(bash "$here/../../tools/version.sh" name)
 level=$(sed -n 's/^VELKOR_ARCH:STRING=//p' "$windows/CMakeCache.txt")

@@ -47,26 +47,15 @@ export async function search(engine, posCmd, goCmd, remainingMs, stallMarginMs, 
   return { best, infos, elapsed, goCmd, posCmd, bestLine: last.text };
 }
 
-// chess.js's own line wrapping (pgn({ maxWidth })) joins a move with a
-// comment that reaches past the width to the text before it without a space
-// ("Nxd55. Nf3 Bd6 {...}" for "Nxd5 5. Nf3"), which no reader takes, so its
-// PGN is asked for with the moves on one line and wrapped here at 80 columns,
-// a comment kept whole. The tag pairs are followed by an empty line, which
-// chess.js leaves out in a game without moves.
-function wrapPgn(text) {
-  const lines = text.split('\n');
-  const tokens = lines.pop().match(/\{[^}]*\}|[^\s{]+/g) ?? [];
-  return `${lines.filter(Boolean).join('\n')}\n\n${wrapMovetext(tokens)}`;
-}
-
-// Score and depth of a search: the last ones its info lines gave.
+// Score and depth of a search: the last ones its info lines gave, read
+// from the end.
 function searchSummary(infos) {
   let score = null;
   let depth = null;
-  for (const l of infos) {
-    const inf = parseInfo(l);
-    if (inf.score) score = inf.score;
-    if (inf.depth !== null && Number.isFinite(inf.depth)) depth = inf.depth;
+  for (let i = infos.length - 1; i >= 0 && (score === null || depth === null); i--) {
+    const inf = parseInfo(infos[i]);
+    if (score === null && inf.score) score = inf.score;
+    if (depth === null && inf.depth !== null && Number.isFinite(inf.depth)) depth = inf.depth;
   }
   return { score, depth };
 }
@@ -85,7 +74,10 @@ class Game {
     // Every move played on `chess`, opening included: chess.history() would
     // replay the whole game to count them.
     this.moves = [...job.opening.moves];
-    for (const mv of this.moves) playUci(this.chess, mv);
+    this.san = this.moves.map((mv) => playUci(this.chess, mv, this.chess._moves()).san);
+    this.posCmd = positionCommand(this.startFen, this.moves); // grown a move at a time
+    this.legal = null; // the legal moves of the position, once adjudicate has listed them
+    this.comments = []; // the comment on the position after each ply, if any
     this.comment = ''; // the comment on the last position, made after ply commentPly
     this.commentPly = -1;
     this.note(`opening: ${job.opening.name}${job.depth ? `; go depth ${job.depth}` : ''}`);
@@ -99,14 +91,14 @@ class Game {
     this.end = null;
   }
 
-  // A comment after the last move played (or on the start position), kept by
-  // chess.js with the position for the PGN; braces would end it early. A
-  // second comment on the same position is joined to the first.
+  // A comment after the last move played (or on the start position), for
+  // the PGN; braces would end it early. A second comment on the same
+  // position is joined to the first.
   note(text) {
     const clean = text.replace(/[{}]/g, '');
     this.comment = this.commentPly === this.moves.length ? `${this.comment}; ${clean}` : clean;
     this.commentPly = this.moves.length;
-    this.chess.setComment(this.comment);
+    this.comments[this.commentPly] = this.comment;
   }
 
   fail(c, kind, detail, ply) {
@@ -149,7 +141,8 @@ class Game {
   // Ends the game before the next search if the rules, the move cap or
   // resignation (both engines agreeing on the score long enough) say so.
   adjudicate() {
-    this.end = gameOverByRules(this.chess);
+    this.legal = this.chess._moves();
+    this.end = gameOverByRules(this.chess, this.legal);
     if (this.end) return;
     const job = this.job;
     if (this.moves.length >= job.maxPlies) {
@@ -172,7 +165,7 @@ class Game {
   async search() {
     const job = this.job;
     const turn = this.chess.turn();
-    const posCmd = positionCommand(this.startFen, this.moves);
+    const posCmd = this.posCmd;
     // A game at a fixed depth has no clocks: each search has the stall margin alone.
     const goCmd = job.depth ? `go depth ${job.depth}` : goCommand(this.clock, job.tc, turn);
     const s = await this.engineStep(turn,
@@ -232,7 +225,7 @@ class Game {
     const name = this.sides[c].cfg.name;
     const after = `(after "${s.posCmd}" / "${s.goCmd}")`;
     if (s.best === '0000' || s.best === '(none)') {
-      const claim = gameOverByRules(this.chess) || repetitionCount(this.repKeys) >= 3 || this.chess.isDrawByFiftyMoves();
+      const claim = gameOverByRules(this.chess, this.legal) || repetitionCount(this.repKeys) >= 3 || this.chess.isDrawByFiftyMoves();
       if (!claim) {
         this.fail(c, 'illegal', `bestmove ${s.best} in a position with legal moves ${after}`, this.searches);
         this.lose(c, `${name} plays illegal move ${s.best}`, 'rules infraction', 'illegal move');
@@ -243,7 +236,7 @@ class Game {
       }
       return;
     }
-    const mv = playUci(this.chess, s.best);
+    const mv = playUci(this.chess, s.best, this.legal);
     if (!mv) {
       this.fail(c, 'illegal', `bestmove ${s.best || '(empty)'} is illegal; line "${s.bestLine}" ${after}`, this.searches);
       this.lose(c, `${name} plays illegal move ${s.best || '(empty)'}`, 'rules infraction', 'illegal move');
@@ -256,6 +249,8 @@ class Game {
     }
     const { score, depth } = searchSummary(s.infos);
     this.moves.push(s.best);
+    this.san.push(mv.san);
+    this.posCmd += `${this.moves.length === 1 ? ' moves' : ''} ${s.best}`;
     this.note(`${score ? scoreText(score) + '/' : ''}${depth ?? 0} ${(s.elapsed / 1000).toFixed(3)}s`);
     this.repKeys = mv.captured || mv.piece === 'p' ? [positionKey(this.chess)] : [...this.repKeys, positionKey(this.chess)];
     this.lastScores[c].push(scoreToCp(score));
@@ -268,9 +263,12 @@ class Game {
     await this.engineStep(c, () => engine.sync(SYNC_TIMEOUT_MS), (msg) => `after bestmove: ${msg}`);
   }
 
-  // The game's PGN as chess.js writes it, its last comment saying how the
-  // game ended. Tag values are escaped as PGN wants, which chess.js leaves to
-  // its caller.
+  // The game's PGN as chess.js writes it (its tags in chess.js's order, the
+  // moves and comments laid out as its pgn() lays them out), from the SAN
+  // kept as each move was played rather than by replaying the game; its last
+  // comment says how the game ended. Tag values are escaped as PGN wants,
+  // which chess.js leaves to its caller. The movetext is wrapped at 80
+  // columns, a comment kept whole, and follows the tags after an empty line.
   pgn() {
     const { job, end, chess } = this;
     const esc = (v) => String(v).replace(/\\/g, '\\\\').replace(/"/g, '\\"');
@@ -290,7 +288,25 @@ class Game {
     };
     for (const [key, value] of Object.entries(tags)) chess.setHeader(key, esc(value));
     this.note(end.reason);
-    return wrapPgn(chess.pgn());
+    const header = Object.entries(chess.getHeaders()).filter(([, value]) => value).map(([key, value]) => `[${key} "${value}"]`);
+    return `${header.join('\n')}\n\n${wrapMovetext([...this.movetext(), end.result])}`;
+  }
+
+  // The moves with their numbers and comments, a token each.
+  movetext() {
+    const tokens = [];
+    const comment = (ply) => (this.comments[ply] === undefined ? [] : [`{${this.comments[ply]}}`]);
+    let [turn, number] = (this.startFen ?? START_FEN).split(' ').filter((_, i) => i === 1 || i === 5);
+    number = Number(number);
+    tokens.push(...comment(0));
+    this.san.forEach((san, ply) => {
+      if (turn === 'w') tokens.push(`${number}.`);
+      else if (ply === 0) tokens.push(`${number}.`, '...');
+      tokens.push(san, ...comment(ply + 1));
+      if (turn === 'b') number++;
+      turn = other(turn);
+    });
+    return tokens;
   }
 
   // With a failure in the game, its PGN, the failures and the engines'

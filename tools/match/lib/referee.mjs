@@ -11,16 +11,19 @@ export { Chess, parseInfo };
 export const START_FEN = 'rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq - 0 1';
 
 const MOVE_RE = /^[a-h][1-8][a-h][1-8][qrbn]?$/;
-const FILES = 'abcdefgh';
 
 // Plays one coordinate-notation move on `chess` if it is legal there, as
 // chess.js's move() does (the new position counted for repetitions) but
 // without the SAN and the two FENs that move() writes for every move.
 // Returns chess.js's own record of the move ({ piece, captured, ... }), or
 // null (position unchanged) when illegal. chess.undo() takes it back.
-export function playUci(chess, token) {
-  const move = legalMove(chess, token);
+// Given `moves`, the position's legal moves, it looks the move up there
+// rather than generating them again, and the record also has the move's
+// SAN (`san`), which needs them.
+export function playUci(chess, token, moves) {
+  const move = legalMove(chess, token, moves);
   if (!move) return null;
+  if (moves) move.san = chess._moveToSan(move, moves);
   chess._makeMove(move);
   chess._incPositionCount();
   return move;
@@ -105,17 +108,26 @@ export function checkBatch(root, gameNo, batch) {
 }
 
 // The legal move of `chess` that a coordinate-notation token names, or null.
-// It looks at the legal moves of the moving piece alone, through chess.js's
-// own move generator under its internal names, pinned with the package
-// (checked against chess.js's public move list on millions of tokens); a
-// promotion letter must be there exactly when the move promotes.
-function legalMove(chess, token) {
+// It looks among `moves` (all the legal moves of the position) or else
+// among the moves of the moving piece, only the named one then tried for
+// the king's safety, through chess.js's own move generator under its
+// internal names, pinned with the package (checked against chess.js's
+// public move list on millions of tokens); a promotion letter must be there
+// exactly when the move promotes.
+function legalMove(chess, token, moves) {
   if (typeof token !== 'string' || !MOVE_RE.test(token)) return null;
-  const to = token.slice(2, 4);
-  for (const m of chess._moves({ square: token.slice(0, 2) })) {
-    if (`${FILES[m.to & 7]}${8 - (m.to >> 4)}` === to && m.promotion === token[4]) return m;
-  }
-  return null;
+  // chess.js's squares: 16 a rank from a8, a file 1.
+  const from = (56 - token.charCodeAt(1)) * 16 + token.charCodeAt(0) - 97;
+  const to = (56 - token.charCodeAt(3)) * 16 + token.charCodeAt(2) - 97;
+  const named = (m) => m.to === to && m.from === from && m.promotion === token[4];
+  if (moves) return moves.find(named) ?? null;
+  const move = chess._moves({ square: token.slice(0, 2), legal: false }).find(named);
+  if (!move) return null;
+  const us = chess.turn();
+  chess._makeMove(move);
+  const safe = !chess._isKingAttacked(us);
+  chess._undoMove();
+  return safe ? move : null;
 }
 
 // A pv's move played on `chess` if it is legal there, as playUci decides,
@@ -141,11 +153,12 @@ export function repetitionCount(keys) {
   return n;
 }
 
-// The rules that end a game, in the order a referee applies them.
-// Returns null while the game goes on.
-export function gameOverByRules(chess) {
+// The rules that end a game, in the order a referee applies them, given the
+// position's legal moves if the caller has them. Returns null while the
+// game goes on.
+export function gameOverByRules(chess, moves = chess._moves()) {
   // isCheckmate() and isStalemate() would each list the legal moves.
-  if (chess._moves().length === 0) {
+  if (moves.length === 0) {
     if (!chess.isCheck()) return { result: '1/2-1/2', reason: 'stalemate', tag: 'normal' };
     const winner = chess.turn() === 'w' ? 'b' : 'w';
     return { result: winner === 'w' ? '1-0' : '0-1', reason: 'checkmate', tag: 'normal', winner };

@@ -28,7 +28,7 @@ export class UciEngine {
     this.onExit = onExit;
     this.log = null; // array of transcript lines, set per game by the owner
     this.queue = [];
-    this.waiter = null;
+    this.reader = null; // the readUntil waiting for its last line
     this.alive = false;
     this.quitting = false;
     this.idName = null;
@@ -83,12 +83,11 @@ export class UciEngine {
         this.push({ text: buf, t: performance.now() });
         buf = '';
       }
-      if (this.waiter) {
-        const w = this.waiter;
-        this.waiter = null;
-        clearTimeout(w.timer);
-        if (this.queue.length) w.resolve(this.queue.shift());
-        else w.reject(new EngineFailure('crash', `${this.name}: ${why}`));
+      if (this.reader) {
+        const r = this.reader;
+        this.reader = null;
+        clearTimeout(r.timer);
+        r.reject(new EngineFailure('crash', `${this.name}: ${why}`));
       }
     };
     proc.stdout.on('end', () => gone('stdout closed'));
@@ -105,29 +104,16 @@ export class UciEngine {
   }
 
   push(item) {
-    if (this.waiter) {
-      const w = this.waiter;
-      this.waiter = null;
-      clearTimeout(w.timer);
-      w.resolve(item);
-    } else {
+    const r = this.reader;
+    if (!r) {
       this.queue.push(item);
+    } else if (r.isLast(item.text)) {
+      this.reader = null;
+      clearTimeout(r.timer);
+      r.resolve({ lines: r.lines, last: item });
+    } else {
+      r.lines.push(item.text);
     }
-  }
-
-  // Next line from the engine, or EngineFailure at `deadline`
-  // (a performance.now() value) or when the process is gone.
-  readLine(deadline) {
-    if (this.queue.length) return Promise.resolve(this.queue.shift());
-    if (!this.alive) return Promise.reject(new EngineFailure('crash', `${this.name}: ${this.exitText || 'not running'}`));
-    return new Promise((resolve, reject) => {
-      const ms = Math.max(0, deadline - performance.now());
-      const timer = setTimeout(() => {
-        this.waiter = null;
-        reject(new EngineFailure('stall', `${this.name}: no answer within ${(ms / 1000).toFixed(1)} s`));
-      }, ms);
-      this.waiter = { resolve, reject, timer };
-    });
   }
 
   // The CPU time (user and system) the process has used so far, in ms, read
@@ -153,14 +139,27 @@ export class UciEngine {
     return t;
   }
 
-  // Reads until a line satisfies `isLast`; returns { lines, last }.
-  async readUntil(isLast, deadline) {
+  // Reads until a line satisfies `isLast`; resolves with { lines, last }
+  // (the lines before it, and it with its arrival time), or rejects with
+  // EngineFailure at `deadline` (a performance.now() value) or when the
+  // process is gone. One timer for the whole wait, the lines taken as they
+  // arrive.
+  readUntil(isLast, deadline) {
     const lines = [];
-    for (;;) {
-      const item = await this.readLine(deadline);
-      if (isLast(item.text)) return { lines, last: item };
+    while (this.queue.length) {
+      const item = this.queue.shift();
+      if (isLast(item.text)) return Promise.resolve({ lines, last: item });
       lines.push(item.text);
     }
+    if (!this.alive) return Promise.reject(new EngineFailure('crash', `${this.name}: ${this.exitText || 'not running'}`));
+    return new Promise((resolve, reject) => {
+      const ms = Math.max(0, deadline - performance.now());
+      const timer = setTimeout(() => {
+        this.reader = null;
+        reject(new EngineFailure('stall', `${this.name}: no answer within ${(ms / 1000).toFixed(1)} s`));
+      }, ms);
+      this.reader = { isLast, lines, resolve, reject, timer };
+    });
   }
 
   // isready -> readyok; returns the lines that came before readyok.

@@ -9,6 +9,7 @@ kept engine plays the same games as a new one.
 """
 import atexit
 import dataclasses
+import functools
 import hashlib
 import json
 import os
@@ -25,6 +26,9 @@ DRIVER = pathlib.Path(__file__).resolve().parents[2] / "match" / "match.mjs"
 # The game pairs of one task of a match or of self-play: a few minutes at
 # the depths the tuner plays, so that a stop loses little.
 PAIRS_PER_TASK = 4
+# A match's last pairs go a pair a task, so that its workers end together
+# rather than all but one waiting for the last long task.
+TAIL_PAIRS = 2 * PAIRS_PER_TASK
 # Both Velkors play with a small table (cleared before every game) and lost
 # positions are adjudicated once both engines agree for four moves.
 HASH_MB = 16
@@ -32,9 +36,6 @@ HASH_MB = 16
 # quarter of the cost, and an engine that prints illegal pvs is still caught
 # within a game. `make soak` checks every one.
 TUNING_PV_SAMPLE = 4
-# Set to a driver command, each task runs it anew with the driver's options,
-# every pv checked, as the tuner first played: bench/match.py's baseline.
-PER_TASK = "VELKOR_TUNE_DRIVER_PER_TASK"
 RESIGN_MOVES, RESIGN_CP = 4, 1000
 
 
@@ -63,11 +64,25 @@ class MatchTask:
         return {**tags, **dataclasses.asdict(self)}
 
 
+def task_pairs(pairs: int) -> list[tuple[int, int]]:
+    """The first pair and the number of pairs of each task of a match of
+    `pairs` pairs."""
+    whole = max(0, pairs - TAIL_PAIRS)
+    return [(first, min(PAIRS_PER_TASK, whole - first)) for first in range(0, whole, PAIRS_PER_TASK)] + \
+        [(first, 1) for first in range(whole, pairs)]
+
+
 def book(path) -> tuple[bytes, str, bool]:
     """A book's bytes, the name it travels under to the workers (its SHA-256
     and its extension, which tells the driver how to read it) and whether it
     holds positions rather than lines of moves, once the driver has read and
-    checked every opening in it."""
+    checked every opening in it (once a command for the same file)."""
+    stat = os.stat(path)
+    return checked_book(str(path), stat.st_mtime_ns, stat.st_size)
+
+
+@functools.lru_cache(maxsize=None)
+def checked_book(path: str, _mtime_ns: int, _size: int) -> tuple[bytes, str, bool]:
     run = subprocess.run(["node", str(DRIVER), "--openings", str(path), "--check-openings"], capture_output=True,
                          text=True)
     if run.returncode:
@@ -183,14 +198,7 @@ def play(task: dict, engine_bytes: bytes, book_bytes: bytes | None = None) -> di
     folder = pathlib.Path(tempfile.mkdtemp(prefix="velkor-match-"))
     try:
         pgn, result_json = folder / "games.pgn", folder / "result.json"
-        if os.environ.get(PER_TASK):
-            args = driver_args({**task, "pv_sample": 1}, path, pgn, result_json, book_file)
-            run = subprocess.run([os.environ[PER_TASK], *args], capture_output=True, text=True, timeout=3600)
-            # Exit 1 is a match with a failure of the tested side, which the JSON counts.
-            if run.returncode not in (0, 1) or not result_json.exists():
-                raise RuntimeError(f"match driver exited with {run.returncode}: {run.stderr.strip()[-2000:]}")
-        else:
-            DRIVER_PROCESS.play(driver_args(task, path, pgn, result_json, book_file))
+        DRIVER_PROCESS.play(driver_args(task, path, pgn, result_json, book_file))
         result = parse(json.loads(result_json.read_text()))
         result["pgn"] = pgn.read_text() if pgn.exists() else ""
     finally:

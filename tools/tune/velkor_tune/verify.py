@@ -20,11 +20,9 @@ SAME_MATCH = ("genes", "base", "depth", "tc", "seed", "random_plies", "book")
 
 
 def match_tasks(genes_text, base, games, depth, tc, seed, digest, random_plies=0, book=None) -> list[dict]:
-    pairs = games // 2
-    return [match.MatchTask(genes=genes_text, base=base, pairs=min(match.PAIRS_PER_TASK, pairs - first), depth=depth,
-                            tc=tc, seed=seed, engine_hash=digest, pair_offset=first, random_plies=random_plies,
-                            book=book).as_dict()
-            for first in range(0, pairs, match.PAIRS_PER_TASK)]
+    return [match.MatchTask(genes=genes_text, base=base, pairs=pairs, depth=depth, tc=tc, seed=seed,
+                            engine_hash=digest, pair_offset=first, random_plies=random_plies, book=book).as_dict()
+            for first, pairs in match.task_pairs(games // 2)]
 
 
 def summary(totals: records.Totals, task: dict, bounds, minutes: float) -> dict:
@@ -68,7 +66,8 @@ def verify(cluster, genes_text, base, games, depth, tc, seed, engine_path, bound
     key = lambda t: t["pair_offset"]
     # A folder that holds games of the same match already: they count, and
     # only the pairs not yet recorded are played.
-    done = tasks.play(cluster, out, work, (data, book_bytes), progress, name="verify", key=key, same=SAME_MATCH,
+    done = tasks.play(cluster, out, work, (data, book_bytes), progress, name="verify", key=key,
+                      same=SAME_MATCH + ("pairs",),
                       pgn=lambda r: out / "games.pgn", after=after, enough=enough)
     # The minutes of every call that played this match.
     minutes = (time.monotonic() - started) / 60

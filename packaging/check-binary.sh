@@ -6,19 +6,19 @@
 # and its code holds no BMI1, BMI2 or AVX instruction. (tzcnt is left out:
 # it is how "rep bsf" disassembles, which processors without BMI1 run as
 # bsf.)
-# Usage: tests/windows/check-binary.sh BUILD_DIR WINE_PREFIX
+# Usage: packaging/check-binary.sh BUILD_DIR WINE_PREFIX
 set -euo pipefail
 here=$(dirname "$(realpath "$0")")
 build=$1
 level=$(sed -n 's/^VELKOR_ARCH:STRING=//p' "$build/CMakeCache.txt")
-nodes=$(grep -v '^#' "$here/../data/bench.txt")
+nodes=$(grep -v '^#' "$here/../tests/data/bench.txt")
 fail() { echo "check-binary: $build: $*" >&2; exit 1; }
 # The compiler CMake found (a cross compiler comes from the toolchain file, not the cache).
 compiler=$(sed -n 's/^set(CMAKE_CXX_COMPILER "\(.*\)")$/\1/p' "$build"/CMakeFiles/*/CMakeCXXCompiler.cmake | head -n 1)
 [ -n "$compiler" ] || fail "no compiler recorded"
 if [ -f "$build/velkor.exe" ]; then
     binary=$build/velkor.exe
-    source "$here/wine.sh" "$2"
+    source "$here/../tools/wine.sh" "$2"
     out=$(printf 'bench\n' | "$WINE" "$binary") || fail "bench: status $?"
 elif readelf -h "$build/velkor" | grep -q 'Machine: *AArch64'; then
     binary=$build/velkor
