@@ -61,17 +61,24 @@ def parts(folder: pathlib.Path) -> list[dict]:
     with `error` where its files cannot be read."""
     for command in ALONE:
         if command.holds(folder):
-            return guarded(command.KIND, lambda: command.parts(folder, []))
+            return with_faults(folder, guarded(command.KIND, lambda: command.parts(folder, [])))
     played = records.once(read_results(folder, repair=False))
     main = next((c for c in PLAYED if c.holds(folder)), None)
     found = guarded(main.KIND, lambda: main.parts(folder, played)) if main else []
     if found and played and "error" not in found[0]:
         found[0]["workers"] = guarded("workers", lambda: [workers(played)])[0]
+    return with_faults(folder, found) + \
+        [p for c in BESIDE if c.holds(folder) for p in guarded(c.KIND, lambda: c.parts(folder, played))]
+
+
+def with_faults(folder: pathlib.Path, found: list[dict]) -> list[dict]:
+    """The parts, the first with what the cluster cost it (the folder's
+    events.jsonl), if it has any."""
     if found and (folder / EVENTS).exists() and "error" not in found[0]:
         found[0]["faults"] = f = guarded("faults", lambda: [faults(read_lines(folder / EVENTS, repair=False))])[0]
         if "left" in found[0] and (f.get("away_since") or f.get("idle_since")):
             found[0]["left"] = None  # nothing plays: no time left to tell
-    return found + [p for c in BESIDE if c.holds(folder) for p in guarded(c.KIND, lambda: c.parts(folder, played))]
+    return found
 
 
 def folders(root: pathlib.Path) -> list[pathlib.Path]:

@@ -179,7 +179,8 @@ const draw = {
         ['Black\'s accuracy', 'black', p.black === null ? '—' : `${fixed(p.black, 1)} %`],
         ['?! ? ??', 'marks', `${p.marks.inaccuracies} ${p.marks.mistakes} ${p.marks.blunders}`],
         ['games a minute', 'rate', fixed(p.rate, 1)], ['time left', 'left', p.final ? 'ended' : clock(p.left)],
-        ['not reviewed', 'failures', p.failures]]),
+        ['not reviewed', 'failures', p.failures], ...faultFigures(p.faults)]),
+      idleNote(p.faults),
       progress(p.games, p.total),
     ];
   },
