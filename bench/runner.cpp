@@ -9,11 +9,13 @@
 // bestmove must be the game's next move. Each game begins with ucinewgame
 // and isready to White, then Black. CONCURRENCY processes take the games in
 // order, each with its own two engines, started with "uci", the table size
-// and isready.
+// and isready; with no more processes than cores, each keeps to a core of
+// its own with its engines, as the tuner's workers do.
 //
 // usage: velkor_runner ENGINE DEPTH HASH_MB CONCURRENCY ARGS_A ARGS_B < GAMES
 //   (ARGS_A, ARGS_B: one command-line argument for each engine, or "")
 // prints: "searches N bestmoves-differing M"
+#include <sched.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -125,12 +127,23 @@ int main(int argc, char** argv) {
     auto* shared = static_cast<shared_t*>(
         mmap(nullptr, sizeof(shared_t), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     new (shared) shared_t{{0}, {0}, {0}};
+    cpu_set_t allowed;
+    sched_getaffinity(0, sizeof allowed, &allowed);
+    std::vector<int> cores;
+    for (int core = 0; core < CPU_SETSIZE; ++core)
+        if (CPU_ISSET(core, &allowed)) cores.push_back(core);
     std::vector<pid_t> children;
     for (int c = 0; c < concurrency; ++c) {
         const pid_t child = fork();
         if (child != 0) {
             children.push_back(child);
             continue;
+        }
+        if (concurrency <= int(cores.size())) {
+            cpu_set_t own;
+            CPU_ZERO(&own);
+            CPU_SET(cores[c], &own);
+            sched_setaffinity(0, sizeof own, &own);
         }
         engine_t engines[2] = {start_engine(argv[1], argv[5]), start_engine(argv[1], argv[6])};
         for (engine_t& e : engines) {

@@ -5,7 +5,7 @@ import { writeFileSync, mkdirSync } from 'node:fs';
 import { join } from 'node:path';
 import { performance } from 'node:perf_hooks';
 import { wrapMovetext } from '../../../client/pgn.js';
-import { Chess, START_FEN, playUci, parseInfo, scoreToCp, scoreText, gameOverByRules, positionKey, repetitionCount, checkBatch } from './referee.mjs';
+import { Chess, START_FEN, playUci, parseInfo, scoreToCp, scoreText, gameOverByRules, positionKey, repetitionCount, checkBatch, isLegal } from './referee.mjs';
 import { EngineFailure, SYNC_TIMEOUT_MS } from './uci-engine.mjs';
 
 const other = (c) => (c === 'w' ? 'b' : 'w');
@@ -74,9 +74,12 @@ class Game {
     // Every move played on `chess`, opening included: chess.history() would
     // replay the whole game to count them.
     this.moves = [...job.opening.moves];
-    this.san = this.moves.map((mv) => playUci(this.chess, mv, this.chess._moves()).san);
+    this.san = this.moves.map((mv) => playUci(this.chess, mv, this.chess._moves({ legal: false })).san);
     this.posCmd = positionCommand(this.startFen, this.moves); // grown a move at a time
-    this.legal = null; // the legal moves of the position, once adjudicate has listed them
+    // The moves chess.js generates for the position (see playUci), and whether
+    // one is legal, once adjudicate has looked.
+    this.generated = null;
+    this.hasMove = true;
     this.comments = []; // the comment on the position after each ply, if any
     this.comment = ''; // the comment on the last position, made after ply commentPly
     this.commentPly = -1;
@@ -141,8 +144,9 @@ class Game {
   // Ends the game before the next search if the rules, the move cap or
   // resignation (both engines agreeing on the score long enough) say so.
   adjudicate() {
-    this.legal = this.chess._moves();
-    this.end = gameOverByRules(this.chess, this.legal);
+    this.generated = this.chess._moves({ legal: false });
+    this.hasMove = this.generated.some((m) => isLegal(this.chess, m));
+    this.end = gameOverByRules(this.chess, this.hasMove);
     if (this.end) return;
     const job = this.job;
     if (this.moves.length >= job.maxPlies) {
@@ -225,7 +229,7 @@ class Game {
     const name = this.sides[c].cfg.name;
     const after = `(after "${s.posCmd}" / "${s.goCmd}")`;
     if (s.best === '0000' || s.best === '(none)') {
-      const claim = gameOverByRules(this.chess, this.legal) || repetitionCount(this.repKeys) >= 3 || this.chess.isDrawByFiftyMoves();
+      const claim = gameOverByRules(this.chess, this.hasMove) || repetitionCount(this.repKeys) >= 3 || this.chess.isDrawByFiftyMoves();
       if (!claim) {
         this.fail(c, 'illegal', `bestmove ${s.best} in a position with legal moves ${after}`, this.searches);
         this.lose(c, `${name} plays illegal move ${s.best}`, 'rules infraction', 'illegal move');
@@ -236,7 +240,7 @@ class Game {
       }
       return;
     }
-    const mv = playUci(this.chess, s.best, this.legal);
+    const mv = playUci(this.chess, s.best, this.generated);
     if (!mv) {
       this.fail(c, 'illegal', `bestmove ${s.best || '(empty)'} is illegal; line "${s.bestLine}" ${after}`, this.searches);
       this.lose(c, `${name} plays illegal move ${s.best || '(empty)'}`, 'rules infraction', 'illegal move');

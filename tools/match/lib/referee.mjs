@@ -17,13 +17,18 @@ const MOVE_RE = /^[a-h][1-8][a-h][1-8][qrbn]?$/;
 // without the SAN and the two FENs that move() writes for every move.
 // Returns chess.js's own record of the move ({ piece, captured, ... }), or
 // null (position unchanged) when illegal. chess.undo() takes it back.
-// Given `moves`, the position's legal moves, it looks the move up there
-// rather than generating them again, and the record also has the move's
-// SAN (`san`), which needs them.
+// Given `moves`, all the moves of the position that chess.js generates
+// before it drops those that leave the king attacked, it looks the move up
+// there rather than generating them again, and the record also has the
+// move's SAN (`san`), told apart from the legal moves of its kind to its
+// square as chess.js's move() tells it.
 export function playUci(chess, token, moves) {
   const move = legalMove(chess, token, moves);
   if (!move) return null;
-  if (moves) move.san = chess._moveToSan(move, moves);
+  if (moves) {
+    const rivals = moves.filter((m) => m.to === move.to && m.piece === move.piece && m.from !== move.from && isLegal(chess, m));
+    move.san = chess._moveToSan(move, rivals);
+  }
   chess._makeMove(move);
   chess._incPositionCount();
   return move;
@@ -108,26 +113,30 @@ export function checkBatch(root, gameNo, batch) {
 }
 
 // The legal move of `chess` that a coordinate-notation token names, or null.
-// It looks among `moves` (all the legal moves of the position) or else
-// among the moves of the moving piece, only the named one then tried for
-// the king's safety, through chess.js's own move generator under its
-// internal names, pinned with the package (checked against chess.js's
-// public move list on millions of tokens); a promotion letter must be there
-// exactly when the move promotes.
+// It looks among `moves` (as playUci takes them) or else among the moves of
+// the moving piece, and only the named one is tried for the king's safety,
+// through chess.js's own move generator under its internal names, pinned
+// with the package (checked against chess.js's public move list on millions
+// of tokens); a promotion letter must be there exactly when the move
+// promotes.
 function legalMove(chess, token, moves) {
   if (typeof token !== 'string' || !MOVE_RE.test(token)) return null;
   // chess.js's squares: 16 a rank from a8, a file 1.
   const from = (56 - token.charCodeAt(1)) * 16 + token.charCodeAt(0) - 97;
   const to = (56 - token.charCodeAt(3)) * 16 + token.charCodeAt(2) - 97;
   const named = (m) => m.to === to && m.from === from && m.promotion === token[4];
-  if (moves) return moves.find(named) ?? null;
-  const move = chess._moves({ square: token.slice(0, 2), legal: false }).find(named);
-  if (!move) return null;
+  const move = (moves ?? chess._moves({ square: token.slice(0, 2), legal: false })).find(named);
+  return move && isLegal(chess, move) ? move : null;
+}
+
+// Whether one of chess.js's generated moves of `chess` leaves the mover's
+// king safe.
+export function isLegal(chess, move) {
   const us = chess.turn();
   chess._makeMove(move);
   const safe = !chess._isKingAttacked(us);
   chess._undoMove();
-  return safe ? move : null;
+  return safe;
 }
 
 // A pv's move played on `chess` if it is legal there, as playUci decides,
@@ -153,12 +162,12 @@ export function repetitionCount(keys) {
   return n;
 }
 
-// The rules that end a game, in the order a referee applies them, given the
-// position's legal moves if the caller has them. Returns null while the
-// game goes on.
-export function gameOverByRules(chess, moves = chess._moves()) {
+// The rules that end a game, in the order a referee applies them, told
+// whether the side to move has a legal move if the caller knows. Returns
+// null while the game goes on.
+export function gameOverByRules(chess, hasMove = chess._moves().length > 0) {
   // isCheckmate() and isStalemate() would each list the legal moves.
-  if (moves.length === 0) {
+  if (!hasMove) {
     if (!chess.isCheck()) return { result: '1/2-1/2', reason: 'stalemate', tag: 'normal' };
     const winner = chess.turn() === 'w' ? 'b' : 'w';
     return { result: winner === 'w' ? '1-0' : '0-1', reason: 'checkmate', tag: 'normal', winner };

@@ -118,6 +118,8 @@ def verify_hint(text: str) -> str:
 
 
 def connect(args):
+    if getattr(args, "book", None):  # checked while the cluster starts
+        match.check_book_soon(args.book)
     return clusters.connect(args.workers, args.scheduler, args.scheduler_wait)
 
 

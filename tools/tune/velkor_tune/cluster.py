@@ -36,6 +36,11 @@ EVERY = 10.0  # seconds between the lines of a wait
 TRY = 3.0  # seconds of one attempt to reach the scheduler
 # Seconds without a worker before a command says so (the tests shorten it).
 IDLE = float(os.environ.get("VELKOR_TUNE_IDLE", 60))
+# A local cluster of no more workers than cores names its cores here for its
+# workers: each keeps its games (its driver and engines) on one core, as a
+# dedicated runner keeps a game's engines on one, and two games never push
+# each other off their cores.
+CORES = "VELKOR_TUNE_CORES"
 LEND = "make tune-worker SCHEDULER={}"  # what lends a machine's cores to a scheduler
 SILENT = logging.CRITICAL + 10  # a logging level above every message
 LOG_LINE = re.compile(r"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d,\d+ - ")  # how each line of Dask's log begins
@@ -141,11 +146,30 @@ def connect(workers: int | None = None, scheduler: str | None = None, wait_minut
         return
     # Worker processes import this package; they inherit the path through the environment.
     os.environ["PYTHONPATH"] = os.pathsep.join(filter(None, [PACKAGE_PARENT, os.environ.get("PYTHONPATH")]))
+    cores = sorted(os.sched_getaffinity(0)) if hasattr(os, "sched_getaffinity") else []
+    if (workers or os.cpu_count() or 1) <= len(cores):
+        os.environ[CORES] = ",".join(map(str, cores))
+    else:
+        os.environ.pop(CORES, None)
     with dask.config.set(QUIET), tempfile.TemporaryDirectory(prefix="velkor-dask-") as space, \
             LocalCluster(n_workers=workers or os.cpu_count() or 1, threads_per_worker=1, processes=True,
                          dashboard_address=":0", local_directory=space, silence_logs=SILENT) as cluster, \
             Client(cluster) as client:
         yield Cluster(client)
+
+
+def own_core():
+    """Keeps the calling thread of a local cluster's worker, and the
+    processes it starts from then on, on the worker's own core."""
+    try:
+        from distributed import get_worker
+        name = get_worker().name
+    except (ImportError, ValueError):
+        return
+    cores = os.environ.get(CORES)
+    if cores and isinstance(name, int):
+        cores = cores.split(",")
+        os.sched_setaffinity(0, {int(cores[name % len(cores)])})
 
 
 def lend(scheduler: str, workers: int):

@@ -8,6 +8,7 @@ a new game begins with `ucinewgame`, which clears the engine's table, so a
 kept engine plays the same games as a new one.
 """
 import atexit
+import concurrent.futures
 import dataclasses
 import functools
 import hashlib
@@ -20,7 +21,7 @@ import subprocess
 import tempfile
 import time
 
-from . import engine
+from . import cluster, engine
 
 DRIVER = pathlib.Path(__file__).resolve().parents[2] / "match" / "match.mjs"
 # The game pairs of one task of a match or of self-play: a few minutes at
@@ -77,8 +78,24 @@ def book(path) -> tuple[bytes, str, bool]:
     and its extension, which tells the driver how to read it) and whether it
     holds positions rather than lines of moves, once the driver has read and
     checked every opening in it (once a command for the same file)."""
+    key = book_key(path)
+    return CHECKING[key].result() if key in CHECKING else checked_book(*key)
+
+
+def check_book_soon(path):
+    """Starts book(path)'s reading and checking, which book() then takes:
+    the driver checks the book while the command starts its cluster."""
+    key = book_key(path)
+    if key not in CHECKING:
+        CHECKING[key] = concurrent.futures.ThreadPoolExecutor(1).submit(checked_book, *key)
+
+
+CHECKING = {}  # the checks started by check_book_soon, by book_key
+
+
+def book_key(path) -> tuple[str, int, int]:
     stat = os.stat(path)
-    return checked_book(str(path), stat.st_mtime_ns, stat.st_size)
+    return str(path), stat.st_mtime_ns, stat.st_size
 
 
 @functools.lru_cache(maxsize=None)
@@ -127,6 +144,7 @@ class Driver:
 
     def play(self, args: list[str]):
         if self.process is None or self.process.poll() is not None:
+            cluster.own_core()
             self.log = tempfile.NamedTemporaryFile(prefix="velkor-driver-", suffix=".log", delete=False)
             self.process = subprocess.Popen(["node", str(DRIVER), "--serve"], stdin=subprocess.PIPE,
                                             stdout=subprocess.PIPE, stderr=self.log, text=True)
