@@ -74,7 +74,7 @@ class Game {
     // Every move played on `chess`, opening included: chess.history() would
     // replay the whole game to count them.
     this.moves = [...job.opening.moves];
-    this.san = this.moves.map((mv) => playUci(this.chess, mv, this.chess._moves({ legal: false })).san);
+    this.san = this.moves.map((mv) => playUci(this.chess, mv, this.chess._moves({ legal: false }))?.san);
     this.posCmd = positionCommand(this.startFen, this.moves); // grown a move at a time
     // The moves chess.js generates for the position (see playUci), and whether
     // one is legal, once adjudicate has looked.
@@ -300,8 +300,9 @@ class Game {
   movetext() {
     const tokens = [];
     const comment = (ply) => (this.comments[ply] === undefined ? [] : [`{${this.comments[ply]}}`]);
-    let [turn, number] = (this.startFen ?? START_FEN).split(' ').filter((_, i) => i === 1 || i === 5);
-    number = Number(number);
+    const start = (this.startFen ?? START_FEN).split(' ');
+    let turn = start[1] === 'b' ? 'b' : 'w';
+    let number = Number(start[5]) || 1;
     tokens.push(...comment(0));
     this.san.forEach((san, ply) => {
       if (turn === 'w') tokens.push(`${number}.`);
